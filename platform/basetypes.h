@@ -38,7 +38,7 @@ static_assert(sizeof(WCHAR) == 2);
 
 inline constexpr BOOLEAN TRUE = 1;
 inline constexpr BOOLEAN FALSE = 0;
-inline constexpr HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
 
 constexpr bool NT_SUCCESS(NTSTATUS status) { return status >= 0; }
 constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
