@@ -147,6 +147,19 @@ static_assert(sizeof(HIDP_LINK_COLLECTION_NODE) == 24);
 inline constexpr USHORT HIDP_LINK_COLLECTION_UNSPECIFIED = 0;
 inline constexpr USHORT HIDP_LINK_COLLECTION_ROOT = static_cast<USHORT>(-1);
 
+// Conventions of these functions on this host (host/hidparser documents them
+// in full):
+// - Byte 0 of a report buffer is its report ID (0 when the collection uses
+//   none); ReportLength must be the collection's length for the report type,
+//   else HIDP_STATUS_INVALID_REPORT_LENGTH.
+// - A usage present only in another report than byte 0 names gives
+//   HIDP_STATUS_INCOMPATIBLE_REPORT_ID. The Set functions accept byte 0 == 0
+//   and then write the report ID of the field they use.
+// - Null preparsed data gives HIDP_STATUS_INVALID_PREPARSED_DATA; any other
+//   null pointer argument gives STATUS_INVALID_PARAMETER (0xC000000D).
+// - A list shorter than needed is filled as far as it goes; the function then
+//   returns HIDP_STATUS_BUFFER_TOO_SMALL with the length set to the number
+//   needed.
 extern "C" {
 NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS Capabilities);
 NTSTATUS HidP_GetLinkCollectionNodes(PHIDP_LINK_COLLECTION_NODE LinkCollectionNodes,

@@ -2,18 +2,32 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <unordered_set>
 
 #include "host/common/resource_ledger.h"
 
 namespace host::framework {
 namespace {
 
-// One lock for the shape of the whole object tree. Callbacks never run under it.
+// One lock for the shape of the whole object tree, the contexts and the table
+// of live objects. Callbacks never run under it.
 std::mutex& TreeLock()
 {
     static std::mutex lock;
     return lock;
+}
+
+struct LiveTable {
+    std::unordered_set<const Object*> objects;
+    std::array<std::int64_t, static_cast<unsigned>(ObjectKind::Count)> counts{};
+};
+
+LiveTable& Live()
+{
+    static LiveTable table;
+    return table;
 }
 
 ResourceKind LedgerKind(ObjectKind kind)
@@ -31,6 +45,16 @@ bool SameType(PCWDF_OBJECT_CONTEXT_TYPE_INFO a, PCWDF_OBJECT_CONTEXT_TYPE_INFO b
 
 }  // namespace
 
+const char* ObjectKindName(ObjectKind kind)
+{
+    static constexpr const char* names[] = {
+        "Driver", "Device", "Memory", "IoTarget", "Request", "WaitLock", "Timer", "RegistryKey", "Sensor",
+    };
+    static_assert(std::size(names) == static_cast<unsigned>(ObjectKind::Count));
+    const auto index = static_cast<unsigned>(kind);
+    return index < std::size(names) ? names[index] : "?";
+}
+
 Object::Object(ObjectKind kind) : kind_(kind)
 {
     ResourceLedger::Instance().Acquire(LedgerKind(kind));
@@ -38,7 +62,11 @@ Object::Object(ObjectKind kind) : kind_(kind)
 
 Object::~Object()
 {
-    magic_.store(0, std::memory_order_relaxed);
+    if (registered_) {
+        std::lock_guard lock(TreeLock());
+        Live().objects.erase(this);
+        --Live().counts[static_cast<unsigned>(kind_)];
+    }
     ResourceLedger::Instance().Release(LedgerKind(kind_));
 }
 
@@ -46,54 +74,91 @@ Object* Object::FromHandle(const void* handle)
 {
     if (handle == nullptr)
         return nullptr;
-    auto* object = static_cast<Object*>(const_cast<void*>(handle));
-    return object->magic_.load(std::memory_order_relaxed) == kLiveMagic ? object : nullptr;
+    std::lock_guard lock(TreeLock());
+    auto& objects = Live().objects;
+    auto it = objects.find(static_cast<const Object*>(handle));
+    return it == objects.end() ? nullptr : const_cast<Object*>(*it);
+}
+
+std::array<std::int64_t, static_cast<unsigned>(ObjectKind::Count)> Object::LiveCounts()
+{
+    std::lock_guard lock(TreeLock());
+    return Live().counts;
+}
+
+Object* Object::Parent() const
+{
+    std::lock_guard lock(TreeLock());
+    return parent_;
 }
 
 NTSTATUS Object::Attach(Object* parent, const WDF_OBJECT_ATTRIBUTES* attributes)
 {
-    if (attributes != nullptr && attributes->ContextTypeInfo != nullptr) {
-        void* context = nullptr;
-        const NTSTATUS status = AddContext(attributes, &context);
-        if (!NT_SUCCESS(status))
-            return status;
-    } else if (attributes != nullptr && (attributes->EvtCleanupCallback || attributes->EvtDestroyCallback)) {
-        contexts_.push_back({nullptr, nullptr, attributes->EvtCleanupCallback, attributes->EvtDestroyCallback});
-    }
-    if (parent != nullptr) {
-        std::lock_guard lock(TreeLock());
-        try {
-            parent->children_.push_back(this);
-        } catch (const std::bad_alloc&) {
-            return STATUS_INSUFFICIENT_RESOURCES;
+    std::lock_guard lock(TreeLock());
+    if (parent != nullptr && (Live().objects.count(parent) == 0 || parent->BeingDeleted()))
+        return STATUS_INVALID_PARAMETER;
+    try {
+        if (attributes != nullptr && attributes->ContextTypeInfo != nullptr) {
+            void* context = nullptr;
+            const NTSTATUS status = AddContextLocked(attributes, &context);
+            if (!NT_SUCCESS(status))
+                return status;
+        } else if (attributes != nullptr && (attributes->EvtCleanupCallback || attributes->EvtDestroyCallback)) {
+            contexts_.push_back({nullptr, nullptr, attributes->EvtCleanupCallback, attributes->EvtDestroyCallback});
         }
-        parent_ = parent;
+        Live().objects.insert(this);
+        registered_ = true;
+        ++Live().counts[static_cast<unsigned>(kind_)];
+        if (parent != nullptr) {
+            parent->children_.push_back(this);
+            parent_ = parent;
+        }
+    } catch (const std::bad_alloc&) {
+        return STATUS_INSUFFICIENT_RESOURCES;
     }
     return STATUS_SUCCESS;
 }
 
 NTSTATUS Object::AddContext(const WDF_OBJECT_ATTRIBUTES* attributes, void** context)
 {
+    std::lock_guard lock(TreeLock());
+    if (BeingDeleted()) {
+        *context = nullptr;
+        return STATUS_INVALID_DEVICE_STATE;
+    }
+    return AddContextLocked(attributes, context);
+}
+
+NTSTATUS Object::AddContextLocked(const WDF_OBJECT_ATTRIBUTES* attributes, void** context)
+{
     *context = nullptr;
     PCWDF_OBJECT_CONTEXT_TYPE_INFO type = attributes->ContextTypeInfo;
     if (type == nullptr)
         return STATUS_INVALID_PARAMETER;
-    if (Context(type) != nullptr)
+    if (void* existing = ContextLocked(type)) {
+        *context = existing;
         return STATUS_OBJECT_NAME_EXISTS;
+    }
     const SIZE_T size = std::max(attributes->ContextSizeOverride, type->ContextSize);
     try {
         std::unique_ptr<std::byte[]> storage(new std::byte[size == 0 ? 1 : size]());
-        *context = storage.get();
+        void* block = storage.get();
         contexts_.push_back({type, std::move(storage), attributes->EvtCleanupCallback,
                              attributes->EvtDestroyCallback});
+        *context = block;
     } catch (const std::bad_alloc&) {
-        *context = nullptr;
         return STATUS_INSUFFICIENT_RESOURCES;
     }
     return STATUS_SUCCESS;
 }
 
 void* Object::Context(PCWDF_OBJECT_CONTEXT_TYPE_INFO type) const
+{
+    std::lock_guard lock(TreeLock());
+    return ContextLocked(type);
+}
+
+void* Object::ContextLocked(PCWDF_OBJECT_CONTEXT_TYPE_INFO type) const
 {
     if (type == nullptr)
         return nullptr;
@@ -106,6 +171,7 @@ void* Object::Context(PCWDF_OBJECT_CONTEXT_TYPE_INFO type) const
 
 Object* Object::Ancestor(ObjectKind kind)
 {
+    std::lock_guard lock(TreeLock());
     for (Object* object = this; object != nullptr; object = object->parent_) {
         if (object->kind_ == kind)
             return object;
@@ -124,14 +190,11 @@ void Object::DetachFromParent()
 
 void Object::Delete(Object* object)
 {
-    if (object == nullptr)
+    if (object == nullptr || object->deleting_.exchange(true, std::memory_order_acq_rel))
         return;
-    {
-        std::lock_guard lock(TreeLock());
-        object->DetachFromParent();
-    }
     object->OnDeleting();
-    // Children go first, newest first; each takes its own subtree with it.
+    // Children go first, newest first; each takes its own subtree with it. A
+    // child deleted meanwhile by another path has already left the list.
     for (;;) {
         Object* child = nullptr;
         {
@@ -139,9 +202,16 @@ void Object::Delete(Object* object)
             if (object->children_.empty())
                 break;
             child = object->children_.back();
+            if (child->BeingDeleted()) {
+                // Its own deletion is under way elsewhere; it detaches itself at the end.
+                child->parent_ = nullptr;
+                object->children_.pop_back();
+                continue;
+            }
         }
         Delete(child);
     }
+    // The contexts are not touched by anyone else once the object is being deleted.
     for (const ContextBlock& block : object->contexts_) {
         if (block.cleanup != nullptr)
             block.cleanup(object->Handle());
@@ -149,6 +219,10 @@ void Object::Delete(Object* object)
     for (const ContextBlock& block : object->contexts_) {
         if (block.destroy != nullptr)
             block.destroy(object->Handle());
+    }
+    {
+        std::lock_guard lock(TreeLock());
+        object->DetachFromParent();
     }
     delete object;
 }

@@ -1,12 +1,19 @@
 // The framework object model: every WDF handle is an Object with a parent, its
 // children, typed contexts and cleanup/destroy callbacks. Deleting an object
 // deletes its children first, newest first, as the framework does.
+//
+// Handles are the Object pointers themselves. A table of live objects lets every
+// entry point tell a live handle from a dead or foreign one without touching
+// the memory behind it, so a driver bug becomes a reported violation instead of
+// a use-after-free. A freed address reused by a new object is not detected.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "platform/wdf.h"
@@ -23,34 +30,46 @@ enum class ObjectKind : unsigned {
     Timer,
     RegistryKey,
     Sensor,  // SENSOROBJECT of the sensor class extension
+    Count
 };
+
+const char* ObjectKindName(ObjectKind kind);
 
 class Object {
 public:
     Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
-    // The live object behind a handle of any WDF type, or null for a null or
-    // foreign handle.
+    // The live object behind a handle of any WDF type, or null for a null, dead
+    // or foreign handle.
     static Object* FromHandle(const void* handle);
 
     // Creates a T (derived from Object) parented to attributes->ParentObject or,
-    // when that is absent, to `defaultParent`, with the context the attributes
-    // describe. STATUS_INSUFFICIENT_RESOURCES when memory runs out.
+    // when that is absent, to `defaultParent` (which may be null: a root), with
+    // the context the attributes describe. STATUS_INSUFFICIENT_RESOURCES when
+    // memory runs out; STATUS_INVALID_PARAMETER for a dead parent or one being
+    // deleted; STATUS_INFO_LENGTH_MISMATCH for attributes of the wrong Size.
     template <class T, class... Args>
     static NTSTATUS Create(Object* defaultParent, const WDF_OBJECT_ATTRIBUTES* attributes, T** out,
                            Args&&... args)
     {
         *out = nullptr;
         Object* parent = defaultParent;
-        if (attributes != nullptr && attributes->ParentObject != nullptr) {
-            parent = FromHandle(attributes->ParentObject);
-            if (parent == nullptr)
-                return STATUS_INVALID_PARAMETER;
+        if (attributes != nullptr) {
+            if (attributes->Size != sizeof(WDF_OBJECT_ATTRIBUTES))
+                return STATUS_INFO_LENGTH_MISMATCH;
+            if (attributes->ParentObject != nullptr) {
+                parent = FromHandle(attributes->ParentObject);
+                if (parent == nullptr)
+                    return STATUS_INVALID_PARAMETER;
+            }
         }
-        T* object = new (std::nothrow) T(std::forward<Args>(args)...);
-        if (object == nullptr)
+        T* object = nullptr;
+        try {
+            object = new T(std::forward<Args>(args)...);
+        } catch (const std::bad_alloc&) {
             return STATUS_INSUFFICIENT_RESOURCES;
+        }
         const NTSTATUS status = object->Attach(parent, attributes);
         if (!NT_SUCCESS(status)) {
             delete static_cast<Object*>(object);
@@ -60,16 +79,21 @@ public:
         return STATUS_SUCCESS;
     }
 
-    // Deletes the object and everything parented to it.
+    // Deletes the object and everything parented to it. A second deletion of an
+    // object already being deleted does nothing.
     static void Delete(Object* object);
 
+    // Live objects of each kind, for leak reports.
+    static std::array<std::int64_t, static_cast<unsigned>(ObjectKind::Count)> LiveCounts();
+
     ObjectKind Kind() const { return kind_; }
-    Object* Parent() const { return parent_; }
+    Object* Parent() const;
     WDFOBJECT Handle() { return this; }
+    bool BeingDeleted() const { return deleting_.load(std::memory_order_acquire); }
 
     // Adds the context of attributes->ContextTypeInfo (zeroed, ContextSizeOverride
-    // honoured) and its callbacks. STATUS_OBJECT_NAME_EXISTS when that type is
-    // already there.
+    // honoured) and its callbacks. STATUS_OBJECT_NAME_EXISTS, with the existing
+    // context in *context, when that type is already there.
     NTSTATUS AddContext(const WDF_OBJECT_ATTRIBUTES* attributes, void** context);
     // The context registered under `type` (or a type whose UniqueType is it), or null.
     void* Context(PCWDF_OBJECT_CONTEXT_TYPE_INFO type) const;
@@ -93,14 +117,16 @@ private:
     };
 
     NTSTATUS Attach(Object* parent, const WDF_OBJECT_ATTRIBUTES* attributes);
+    NTSTATUS AddContextLocked(const WDF_OBJECT_ATTRIBUTES* attributes, void** context);
+    void* ContextLocked(PCWDF_OBJECT_CONTEXT_TYPE_INFO type) const;
     void DetachFromParent();
 
-    static constexpr std::uint64_t kLiveMagic = 0x4f424a5746444c56ull;  // "VLDFWJBO"
-    std::atomic<std::uint64_t> magic_{kLiveMagic};
     const ObjectKind kind_;
-    Object* parent_ = nullptr;
-    std::vector<Object*> children_;  // creation order; guarded by the tree lock
-    std::vector<ContextBlock> contexts_;
+    std::atomic<bool> deleting_{false};
+    bool registered_ = false;
+    Object* parent_ = nullptr;                   // guarded by the tree lock
+    std::vector<Object*> children_;              // creation order; guarded by the tree lock
+    std::vector<ContextBlock> contexts_;         // guarded by the tree lock
 };
 
 }  // namespace host::framework

@@ -1,0 +1,191 @@
+#include "host/hidparser/descriptor_parser.h"
+
+#include <string>
+
+#include "host/hidparser/hex_text.h"
+
+namespace host::hid {
+
+namespace {
+
+enum MainTag : std::uint8_t {
+    kInput = 8,
+    kOutput = 9,
+    kCollection = 10,
+    kFeature = 11,
+    kEndCollection = 12,
+};
+
+const char* FieldItemName(std::size_t reportType)
+{
+    static constexpr const char* kNames[] = {"Input", "Output", "Feature"};
+    return kNames[reportType];
+}
+
+bool Fail(ParseError& error, const Item& item, std::string reason)
+{
+    error.offset = item.offset;
+    error.reason = std::move(reason);
+    return false;
+}
+
+// Extents are sign-extended from their item size. A maximum that then comes
+// out negative while the minimum is not is a device writing an unsigned range
+// (0..65535 as `15 00 26 FF FF`): read it unsigned.
+std::pair<std::int32_t, std::int32_t> ResolveExtents(const ExtentItem& minimum, const ExtentItem& maximum)
+{
+    const std::int64_t low = minimum.SignExtended();
+    std::int64_t high = maximum.SignExtended();
+    if (low >= 0 && high < 0) high = maximum.ZeroExtended();
+    // LONG holds the capability; an unsigned 32-bit maximum wraps as on the platform.
+    return {static_cast<std::int32_t>(low), static_cast<std::int32_t>(static_cast<std::uint32_t>(high))};
+}
+
+}  // namespace
+
+const DescriptorParser::Handler DescriptorParser::kHandlers[4] = {
+    &DescriptorParser::OnMain,
+    &DescriptorParser::OnGlobal,
+    &DescriptorParser::OnLocal,
+    &DescriptorParser::OnReserved,
+};
+
+DescriptorParser::DescriptorParser(std::size_t descriptorSize) : descriptorSize_(descriptorSize)
+{
+    resolved_.reserve(64);
+}
+
+bool DescriptorParser::Feed(const Item& item, ParseError& error)
+{
+    return (this->*kHandlers[static_cast<std::size_t>(item.type)])(item, error);
+}
+
+bool DescriptorParser::OnGlobal(const Item& item, ParseError& error)
+{
+    return ApplyGlobalItem(globals_, item, error);
+}
+
+bool DescriptorParser::OnLocal(const Item& item, ParseError& error)
+{
+    return ApplyLocalItem(locals_, item, error);
+}
+
+bool DescriptorParser::OnReserved(const Item& item, ParseError& error)
+{
+    // No long item tag is defined, so a long item cannot change the reports:
+    // skip it. A short item of the reserved type is an error.
+    if (item.isLong) return true;
+    return Fail(error, item, "item of the reserved type 3 (tag " + std::to_string(item.tag) + ")");
+}
+
+bool DescriptorParser::OnMain(const Item& item, ParseError& error)
+{
+    bool ok = false;
+    switch (item.tag) {
+    case kInput: ok = OnField(item, HidP_Input, error); break;
+    case kOutput: ok = OnField(item, HidP_Output, error); break;
+    case kFeature: ok = OnField(item, HidP_Feature, error); break;
+    case kCollection: ok = OnCollection(item, error); break;
+    case kEndCollection: ok = OnEndCollection(item, error); break;
+    default: return Fail(error, item, "reserved main item tag " + std::to_string(item.tag));
+    }
+    locals_.Clear();  // every main item ends the local state
+    return ok;
+}
+
+bool DescriptorParser::CheckLocalsComplete(const Item& item, ParseError& error) const
+{
+    if (const char* reason = locals_.Incomplete()) return Fail(error, item, reason);
+    return true;
+}
+
+void DescriptorParser::ResolveUsages()
+{
+    // A usage of 1 or 2 bytes takes the Usage Page in force at its main item.
+    resolved_.clear();
+    for (const LocalUsage& usage : locals_.usages) {
+        resolved_.push_back(
+            {usage.pageGiven ? usage.page : globals_.current.usagePage, usage.first, usage.last, usage.isRange});
+    }
+}
+
+bool DescriptorParser::OnField(const Item& item, std::size_t reportType, ParseError& error)
+{
+    const char* name = FieldItemName(reportType);
+    const GlobalState& state = globals_.current;
+    if (builder_.Depth() == 0) return Fail(error, item, std::string(name) + " item outside any collection");
+    if (!CheckLocalsComplete(item, error)) return false;
+    if (!state.reportSizeDeclared) return Fail(error, item, std::string(name) + " item before any Report Size");
+    if (!state.reportCountDeclared) return Fail(error, item, std::string(name) + " item before any Report Count");
+    if (state.reportId == 0) {
+        if (globals_.reportIdsUsed)
+            return Fail(error, item,
+                        std::string(name) + " item without Report ID in a descriptor that uses report IDs");
+        globals_.mainItemWithoutReportId = true;
+    }
+
+    ResolveUsages();
+    const auto [logicalMin, logicalMax] = ResolveExtents(state.logicalMinimum, state.logicalMaximum);
+    const auto [physicalMin, physicalMax] = ResolveExtents(state.physicalMinimum, state.physicalMaximum);
+
+    MainField field;
+    field.reportType = reportType;
+    field.flags = static_cast<std::uint16_t>(item.data);
+    field.reportId = state.reportId;
+    field.bitSize = state.reportSize;
+    field.reportCount = state.reportCount;
+    field.logicalMin = logicalMin;
+    field.logicalMax = logicalMax;
+    field.physicalMin = physicalMin;
+    field.physicalMax = physicalMax;
+    field.unit = state.unit;
+    field.unitExponentCode = state.unitExponentCode;
+    field.usages = resolved_;
+    field.strings = locals_.strings;
+    field.designators = locals_.designators;
+    return builder_.AddField(field, item.offset, error);
+}
+
+bool DescriptorParser::OnCollection(const Item& item, ParseError& error)
+{
+    if (item.data > 0xFF) return Fail(error, item, "Collection type " + Hex(item.data) + " above 0xFF");
+    if (!CheckLocalsComplete(item, error)) return false;
+    ResolveUsages();
+    // The collection is named by its first usage; it may have none.
+    const std::uint16_t page = resolved_.empty() ? globals_.current.usagePage : resolved_.front().page;
+    const std::uint16_t usage = resolved_.empty() ? 0 : resolved_.front().first;
+    return builder_.OpenCollection(static_cast<std::uint8_t>(item.data), page, usage, item.offset, error);
+}
+
+bool DescriptorParser::OnEndCollection(const Item& item, ParseError& error)
+{
+    // End Collection has no data, but devices ship it with a data byte
+    // (`C1 00`); the byte changes nothing, so it is accepted.
+    return builder_.CloseCollection(item.offset, error);
+}
+
+bool DescriptorParser::Finish(ParseError& error)
+{
+    error.offset = descriptorSize_;
+    if (builder_.Depth() != 0) {
+        error.reason = std::to_string(builder_.Depth()) + " collection(s) without End Collection at end of descriptor";
+        return false;
+    }
+    if (globals_.pushDepth != 0) {
+        error.reason = std::to_string(globals_.pushDepth) + " Push item(s) without Pop at end of descriptor";
+        return false;
+    }
+    if (locals_.delimiterOpen) {
+        error.reason = "Delimiter set not closed at end of descriptor";
+        return false;
+    }
+    if (builder_.Collections().empty()) {
+        error.reason = "no collection in descriptor";
+        return false;
+    }
+    error = {};
+    builder_.FinishReportLengths();
+    return true;
+}
+
+}  // namespace host::hid

@@ -1,0 +1,243 @@
+// HidP_GetUsages, HidP_SetUsages and HidP_UnsetUsages: buttons and selectors.
+//
+// - Variable buttons: bit i of the field is usage UsageMin + i (the last usage
+//   also names any further bits).
+// - Array fields: each slot holds an index counted from Logical Minimum into
+//   the main item's usages; a value outside Logical Minimum..Maximum is an
+//   empty slot. Usage 0 is never reported. As on the platform, a slot holding
+//   0 counts as free for SetUsages, and UnsetUsages writes 0: a selector whose
+//   first usage has index 0 (Logical Minimum 0) reads back as that usage, and
+//   the next SetUsages overwrites it.
+// - Byte 0 of the report picks the report, as for values (field_lookup.h).
+//   GetUsages and UnsetUsages need a field of that report ID; SetUsages on
+//   byte 0 == 0 writes the ID of the field it uses.
+// - *UsageLength: capacity in, usages returned out. GetUsages with too small
+//   a list fills it, sets *UsageLength to the number needed and answers
+//   HIDP_STATUS_BUFFER_TOO_SMALL. Set/Unset stop at the first usage that fails
+//   and set *UsageLength to its position.
+#include <algorithm>
+
+#include "host/hidparser/field_lookup.h"
+#include "host/hidparser/preparsed_reader.h"
+#include "host/hidparser/report_bits.h"
+#include "platform/hidpi.h"
+#include "platform/ntstatus.h"
+
+namespace host::hid {
+namespace {
+
+using preparsed::FieldRecord;
+
+bool IsArray(const FieldRecord& field)
+{
+    return (field.flags & preparsed::kFieldArray) != 0;
+}
+
+std::uint32_t UsageCount(const FieldRecord& field)
+{
+    return std::uint32_t{field.usageMax} - field.usageMin + 1;
+}
+
+// The usage a slot value names, or 0 for an empty slot or another cap's usage.
+USAGE ArrayUsage(const FieldRecord& field, std::uint32_t raw)
+{
+    const std::int64_t value = LogicalValue(raw, field.bitSize, field.logicalMin);
+    if (value < field.logicalMin || value > field.logicalMax) return 0;
+    const std::int64_t index = value - field.logicalMin - field.arrayIndexBase;
+    if (index < 0 || index >= UsageCount(field)) return 0;
+    return static_cast<USAGE>(field.usageMin + index);
+}
+
+// The slot value that names `usage` (which lies in the field's range).
+std::uint32_t ArrayValue(const FieldRecord& field, USAGE usage)
+{
+    const std::int64_t value = std::int64_t{field.logicalMin} + field.arrayIndexBase + (usage - field.usageMin);
+    return static_cast<std::uint32_t>(value) & FieldMask(field.bitSize);
+}
+
+bool SlotIsFree(const FieldRecord& field, std::uint32_t raw)
+{
+    if (raw == 0) return true;
+    const std::int64_t value = LogicalValue(raw, field.bitSize, field.logicalMin);
+    return value < field.logicalMin || value > field.logicalMax;
+}
+
+struct UsageCall {
+    PreparsedView view;
+    std::size_t type = 0;
+};
+
+NTSTATUS OpenUsageCall(HIDP_REPORT_TYPE reportType, PHIDP_PREPARSED_DATA preparsedData, const ULONG* usageLength,
+                       const CHAR* report, ULONG reportLength, UsageCall& call)
+{
+    NTSTATUS status = call.view.Open(preparsedData);
+    if (!NT_SUCCESS(status)) return status;
+    if (reportType < HidP_Input || reportType > HidP_Feature) return HIDP_STATUS_INVALID_REPORT_TYPE;
+    if (usageLength == nullptr || report == nullptr) return STATUS_INVALID_PARAMETER;
+    call.type = static_cast<std::size_t>(reportType);
+    if (reportLength != call.view.Report(call.type).reportByteLength) return HIDP_STATUS_INVALID_REPORT_LENGTH;
+    if (reportLength == 0) return HIDP_STATUS_USAGE_NOT_FOUND;
+    return HIDP_STATUS_SUCCESS;
+}
+
+// The button field holding `usage` for a Set or Unset.
+NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollection, USAGE usage, std::uint8_t reportId,
+                    ReportIdRule rule, FieldRecord& found)
+{
+    const preparsed::ReportTypeHeader& report = call.view.Report(call.type);
+    const PreparsedView::Records records = call.view.ButtonRecords(call.type);
+    bool sawUsage = false;
+    for (std::size_t i = 0; i < records.count; ++i) {
+        FieldRecord field;
+        if (!records.Get(i, field)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (field.usagePage != usagePage || usage < field.usageMin || usage > field.usageMax) continue;
+        if (!IsArray(field) && usage - field.usageMin >= field.reportCount) continue;  // no bit left for it
+        if (!LinkCollectionMatches(field.linkCollection, linkCollection)) continue;
+        sawUsage = true;
+        if (!ReportIdAccepted(field.reportId, reportId, rule)) continue;
+        if (!FieldFitsReport(field, report.reportByteLength)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        found = field;
+        return HIDP_STATUS_SUCCESS;
+    }
+    return sawUsage ? HIDP_STATUS_INCOMPATIBLE_REPORT_ID : HIDP_STATUS_USAGE_NOT_FOUND;
+}
+
+NTSTATUS SetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
+{
+    if (!IsArray(field)) {
+        InsertBits(report, length, field.bitOffset + (usage - field.usageMin), 1, 1);
+        return HIDP_STATUS_SUCCESS;
+    }
+    const std::uint32_t wanted = ArrayValue(field, usage);
+    std::uint32_t freeSlot = field.reportCount;
+    for (std::uint32_t slot = 0; slot < field.reportCount; ++slot) {
+        const std::uint32_t at = field.bitOffset + slot * field.bitSize;
+        const std::uint32_t raw = ExtractBits(report, length, at, field.bitSize);
+        if (raw == wanted) return HIDP_STATUS_SUCCESS;  // already set
+        if (freeSlot == field.reportCount && SlotIsFree(field, raw)) freeSlot = slot;
+    }
+    if (freeSlot == field.reportCount) return HIDP_STATUS_BUFFER_TOO_SMALL;  // every slot is taken
+    InsertBits(report, length, field.bitOffset + freeSlot * field.bitSize, field.bitSize, wanted);
+    return HIDP_STATUS_SUCCESS;
+}
+
+NTSTATUS UnsetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
+{
+    if (!IsArray(field)) {
+        const std::uint32_t bit = field.bitOffset + (usage - field.usageMin);
+        if (ExtractBits(report, length, bit, 1) == 0) return HIDP_STATUS_BUTTON_NOT_PRESSED;
+        InsertBits(report, length, bit, 1, 0);
+        return HIDP_STATUS_SUCCESS;
+    }
+    const std::uint32_t wanted = ArrayValue(field, usage);
+    for (std::uint32_t slot = 0; slot < field.reportCount; ++slot) {
+        const std::uint32_t at = field.bitOffset + slot * field.bitSize;
+        if (ExtractBits(report, length, at, field.bitSize) == wanted) {
+            InsertBits(report, length, at, field.bitSize, 0);
+            return HIDP_STATUS_SUCCESS;
+        }
+    }
+    return HIDP_STATUS_BUTTON_NOT_PRESSED;
+}
+
+}  // namespace
+}  // namespace host::hid
+
+using host::hid::ReportIdRule;
+using host::hid::UsageCall;
+using host::hid::preparsed::FieldRecord;
+
+extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage, USHORT LinkCollection,
+                                   USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
+                                   CHAR* Report, ULONG ReportLength)
+{
+    UsageCall call;
+    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
+    if (status != HIDP_STATUS_SUCCESS) return status;
+    const ULONG capacity = *UsageLength;
+    if (UsageList == nullptr && capacity != 0) return STATUS_INVALID_PARAMETER;
+
+    const auto* report = reinterpret_cast<const std::uint8_t*>(Report);
+    const auto reportId = report[0];
+    const auto& header = call.view.Report(call.type);
+    bool sawPage = false;
+    bool sawReport = false;
+    ULONG found = 0;
+    auto emit = [&](USAGE usage) {
+        if (usage == 0) return;
+        if (found < capacity) UsageList[found] = usage;
+        ++found;
+    };
+    const host::hid::PreparsedView::Records records = call.view.ButtonRecords(call.type);
+    for (std::size_t i = 0; i < records.count; ++i) {
+        FieldRecord field;
+        if (!records.Get(i, field)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (field.usagePage != UsagePage || !host::hid::LinkCollectionMatches(field.linkCollection, LinkCollection))
+            continue;
+        sawPage = true;
+        if (field.reportId != reportId) continue;
+        sawReport = true;
+        if (!host::hid::FieldFitsReport(field, header.reportByteLength)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        for (std::uint32_t element = 0; element < field.reportCount; ++element) {
+            const std::uint32_t raw =
+                host::hid::ExtractBits(report, ReportLength, field.bitOffset + element * field.bitSize, field.bitSize);
+            if (host::hid::IsArray(field)) {
+                emit(host::hid::ArrayUsage(field, raw));
+            } else if (raw != 0) {
+                const std::uint32_t usage = std::min<std::uint32_t>(field.usageMin + element, field.usageMax);
+                emit(static_cast<USAGE>(usage));
+            }
+        }
+    }
+    if (!sawPage) return HIDP_STATUS_USAGE_NOT_FOUND;
+    if (!sawReport) return HIDP_STATUS_INCOMPATIBLE_REPORT_ID;
+    *UsageLength = found;
+    return found > capacity ? HIDP_STATUS_BUFFER_TOO_SMALL : HIDP_STATUS_SUCCESS;
+}
+
+extern "C" NTSTATUS HidP_SetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage, USHORT LinkCollection,
+                                   USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
+                                   CHAR* Report, ULONG ReportLength)
+{
+    UsageCall call;
+    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
+    if (status != HIDP_STATUS_SUCCESS) return status;
+    if (UsageList == nullptr && *UsageLength != 0) return STATUS_INVALID_PARAMETER;
+
+    auto* report = reinterpret_cast<std::uint8_t*>(Report);
+    for (ULONG i = 0; i < *UsageLength; ++i) {
+        FieldRecord field{};
+        status = host::hid::FindButton(call, UsagePage, LinkCollection, UsageList[i], report[0],
+                                       ReportIdRule::AdoptIfZero, field);
+        if (status == HIDP_STATUS_SUCCESS) status = host::hid::SetOne(report, ReportLength, field, UsageList[i]);
+        if (status != HIDP_STATUS_SUCCESS) {
+            *UsageLength = i;
+            return status;
+        }
+        if (report[0] == 0) report[0] = field.reportId;
+    }
+    return HIDP_STATUS_SUCCESS;
+}
+
+extern "C" NTSTATUS HidP_UnsetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage, USHORT LinkCollection,
+                                     USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
+                                     CHAR* Report, ULONG ReportLength)
+{
+    UsageCall call;
+    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
+    if (status != HIDP_STATUS_SUCCESS) return status;
+    if (UsageList == nullptr && *UsageLength != 0) return STATUS_INVALID_PARAMETER;
+
+    auto* report = reinterpret_cast<std::uint8_t*>(Report);
+    for (ULONG i = 0; i < *UsageLength; ++i) {
+        FieldRecord field{};
+        status =
+            host::hid::FindButton(call, UsagePage, LinkCollection, UsageList[i], report[0], ReportIdRule::Match, field);
+        if (status == HIDP_STATUS_SUCCESS) status = host::hid::UnsetOne(report, ReportLength, field, UsageList[i]);
+        if (status != HIDP_STATUS_SUCCESS) {
+            *UsageLength = i;
+            return status;
+        }
+    }
+    return HIDP_STATUS_SUCCESS;
+}

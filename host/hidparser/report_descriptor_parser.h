@@ -1,0 +1,58 @@
+// Report-descriptor parser of the simulated HID class driver: turns a device's
+// report descriptor into one preparsed-data blob per top-level collection, the
+// bytes the HidP_* functions (platform/hidpi.h) work on.
+//
+// What the parser accepts and how it reads doubtful items:
+// - Short items of 0, 1, 2 and 4 data bytes. Long items (prefix 0xFE) are
+//   skipped: no long item tag is defined, so none can change the reports.
+// - Delimiter sets: the first usage of a set is kept, the alternatives are
+//   dropped (no aliases are reported). Nested or unbalanced delimiters are
+//   errors.
+// - A usage given in 4 bytes carries its own usage page in the high 16 bits;
+//   a shorter usage takes the Usage Page in force at its main item.
+// - Logical and physical extents are sign-extended from their item size, as
+//   the platform does. A maximum that comes out negative while its minimum is
+//   not negative is read unsigned instead (devices write 0..65535 as
+//   `15 00 26 FF FF`); the capability keeps that value as a LONG.
+// - Unit Exponent is kept as the platform's 4-bit code: a nibble 0..15
+//   (0x0E = -2) or a signed value -8..-1 (0xFE = -2) both give the code.
+// - Any collection type may be a top-level collection (sensors often use
+//   Physical); every top-level collection yields its own blob, and a report ID
+//   may be shared between top-level collections.
+// - End Collection items that carry data bytes are accepted (seen on devices).
+// - A main item without usages is padding: it takes bits in its report but
+//   gives no capability. A main item with Report Count 0 declares no data and
+//   gives nothing.
+// Rejected, with the byte offset of the offending item: truncated items,
+// reserved item types and tags, unbalanced collections, Push/Pop or
+// delimiters, main items outside every collection, Report Size 0 (or above 32
+// for a field with usages), a report longer than 4096 bytes including its
+// report-ID byte, Report ID 0 or above 255, a main item without Report ID in
+// a descriptor that uses report IDs, nesting deeper than 32 or Push deeper
+// than 8, and more usages or capabilities than parse_limits.h allows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace host::hid {
+
+struct ParseError {
+    std::size_t offset = 0;  // byte offset of the offending item (descriptor size for end-of-input errors)
+    std::string reason;
+};
+
+// One preparsed-data blob per top-level collection, in descriptor order.
+using PreparsedBlob = std::vector<std::uint8_t>;
+
+// Returns false and fills error (offset + reason) when the descriptor is malformed. Never throws.
+bool ParseReportDescriptor(std::span<const std::uint8_t> descriptor, std::vector<PreparsedBlob>& collections,
+                           ParseError& error);
+
+// "offset 37: Report Size 0"
+std::string FormatParseError(const ParseError& error);
+
+}  // namespace host::hid

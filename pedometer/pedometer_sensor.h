@@ -1,0 +1,13 @@
+// The sensor object of a pedometer collection (description "0x230"): step counts per step type with a history.
+//
+// For now only its class exists, so that discovery creates the right object
+// for the collection. Its own registration, lists and data path are not
+// written yet: it behaves as a CustomSensor.
+#pragma once
+
+#include "sensors/custom_sensor.h"
+
+class PedometerSensor : public CustomSensor {
+public:
+    using CustomSensor::CustomSensor;
+};

@@ -1,0 +1,105 @@
+// The per-sensor state block: identity, capabilities, report IDs, strings,
+// intervals, the platform sensor and its lists, delivery and history state.
+// HidSensor allocates one in its constructor and frees it in its destructor.
+//
+// The 32-bit fields that class-extension callbacks write while the reader
+// reads them (requested states, intervals, forceDelivery, modeFlags,
+// thresholds) are relaxed atomics: each is a single value whose change takes
+// effect at the next completed sample, and no lock is wanted on the report path.
+#pragma once
+
+#include <atomic>
+#include <cfloat>
+
+#include "driver/heap.h"
+#include "driver/wide_string.h"
+#include "platform/hidpi.h"
+#include "platform/sensorscx.h"
+
+class HidDevice;
+
+inline constexpr ULONG kCustomSensorObjectKind = 17;  // usage 0xE1 collections
+inline constexpr ULONG kOtherSensorObjectKind = 19;   // every other sensor collection
+inline constexpr ULONG kThresholdPositions = 32;      // one per data-field position
+inline constexpr ULONG kFeaturePropertyFlagCount = 6;
+
+struct HidCollectionRecord : HeapObject {
+    // Identity, set by the constructor.
+    WDFDEVICE Device = nullptr;
+    std::atomic<ULONG> IsInitialized{0};  // input reports are ignored while 0
+    HidDevice* Owner = nullptr;
+    ULONG SensorObjectKind = 0;
+    ULONG SensorIndex = 0;
+    ULONG Usage = 0;
+    USHORT LinkCollection = 0;
+
+    // Capabilities of the whole HID collection, read by Initialize.
+    ULONG CapabilitiesRead = 0;
+    HeapArray<HIDP_VALUE_CAPS> InputValueCaps;
+    HeapArray<HIDP_BUTTON_CAPS> InputButtonCaps;
+    HeapArray<HIDP_VALUE_CAPS> FeatureValueCaps;
+    HeapArray<HIDP_BUTTON_CAPS> FeatureButtonCaps;
+    UCHAR InputReportId = 0;    // ReportID of the first input value capability
+    UCHAR FeatureReportId = 0;  // ReportID of the first feature value capability
+    ULONG HasFeatureReport = 0;
+    ULONG CustomUsageAnnounced = 0;
+
+    // What clients asked the device for; written to it by the feature write-back.
+    std::atomic<ULONG> RequestedReportingState{0};  // 1 report events, 0 none
+    std::atomic<ULONG> RequestedPowerState{0};      // 2 full, 1 low, 0 off
+    ULONG SettingsApplied = 0;
+
+    // The platform sensor and the six lists published for it. The lists are
+    // framework memory parented to the SENSOROBJECT and die with it.
+    GUID PersistentUniqueId{};
+    SENSOROBJECT SensorObject = nullptr;
+    PSENSOR_COLLECTION_LIST EnumerationProperties = nullptr;
+    PSENSOR_COLLECTION_LIST SensorProperties = nullptr;
+    PSENSOR_PROPERTY_LIST SupportedDataFields = nullptr;
+    PSENSOR_COLLECTION_LIST DataFieldProperties = nullptr;
+    PSENSOR_COLLECTION_LIST Thresholds = nullptr;
+    PSENSOR_COLLECTION_LIST Data = nullptr;
+
+    // Intervals in milliseconds; 0 as current interval stands for the fallback.
+    std::atomic<ULONG> CurrentReportInterval{0};
+    std::atomic<ULONG> FallbackReportInterval{0};
+    std::atomic<ULONG> MinimumReportInterval{0};
+    std::atomic<ULONG> BatchInterval{0};
+
+    // Sensor-wide bounds of the data fields, set when a custom sensor initializes.
+    float DefaultMaximum = 0.0f;
+    float DefaultMinimum = 0.0f;
+    float FurtherBounds[2] = {0.0f, 0.0f};
+
+    // Strings, each at most 251 characters and a terminator.
+    WCHAR Manufacturer[kSensorStringChars] = {};
+    WCHAR Model[kSensorStringChars] = {};
+    WCHAR SerialNumber[kSensorStringChars] = {};
+    WCHAR InstanceName[kSensorStringChars] = {};
+    WCHAR FriendlyName[kSensorStringChars] = {};
+
+    // Which standard properties the feature report carried.
+    ULONG FeaturePropertyFlags[kFeaturePropertyFlagCount] = {};
+
+    // Change sensitivities per data-field position; custom value k uses k + 2.
+    std::atomic<float> DataThresholds[kThresholdPositions] = {};
+    std::atomic<float> RequestedChangeSensitivity{0.0f};
+
+    // Delivery.
+    std::atomic<ULONG> modeFlags{0};      // bit 0 filtered, bit 1 every sample, bit 2 history
+    std::atomic<ULONG> forceDelivery{1};  // deliver the next sample whatever the filter says
+
+    // History.
+    ULONG historySupported = 0;
+    ULONG minRetrievalSize = 0;
+    void* HistoryBuffer = nullptr;  // heap block owned by the record
+    ULONG historyHead = 0;
+    ULONG historyNewest = 0;
+    ULONG historyCount = 0;
+    ULONG historyCapacity = 0;
+    UCHAR historyStarted = 0;
+
+    // Services offered to subclasses (the history's bufferLock and timer).
+    WDFWAITLOCK WaitLock = nullptr;
+    WDFTIMER Timer = nullptr;
+};

@@ -1,0 +1,122 @@
+#include "tests/driver/driver_test_bed.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "host/common/fault_injection.h"
+#include "host/hidparser/descriptor_text.h"
+#include "tests/driver/recording_sensors.h"
+#include "tests/driver/test_driver_module.h"
+#include "tracing/trace_provider.h"
+
+namespace testdriver {
+
+Bytes LoadDescriptor(const std::string& name)
+{
+    std::ifstream file(std::string(HIDSENSOR_TEST_DATA_DIR) + "/" + name + ".hex");
+    std::stringstream text;
+    text << file.rdbuf();
+    Bytes bytes;
+    std::string error;
+    EXPECT_TRUE(file.good() && host::hid::ParseHexDescriptor(text.str(), bytes, error)) << name << ": " << error;
+    return bytes;
+}
+
+Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars)
+{
+    Bytes report = {reportId, 1, 1, 100, 0, 0, 0};
+    description.resize(chars, u'\0');
+    for (char16_t c : description) {
+        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
+        report.push_back(static_cast<std::uint8_t>(c >> 8));
+    }
+    return report;
+}
+
+const SensorFactory& RecordingFactory()
+{
+    static const RecordingSensorFactory factory;
+    return factory;
+}
+
+DriverTestBed::DriverTestBed(const host::hidsim::HidDeviceConfig& config, const SensorFactory* factory,
+                             host::framework::ClockMode mode)
+{
+    host::FaultInjector::Instance().Reset();
+    RoutingLog::Instance().Clear();
+    Module() = ModuleState{};
+    Module().factory = factory;
+    host::hidsim::DeviceError error;
+    sim_ = host::hidsim::SimulatedHidDevice::Create(config, error);
+    EXPECT_NE(sim_, nullptr) << error.message;
+    if (sim_ != nullptr)
+        shim_ = std::make_unique<EndpointShim>(sim_->DriverEndpoint());
+    sink_ = std::make_shared<host::tracing::MemoryTraceSink>();
+    host_ = std::make_unique<host::framework::DriverHost>(mode, FILETIME{0, 0x01DA0000});
+    session_ = std::make_unique<host::tracing::TraceSession>(sink_);
+    session_->Enable(kTraceControlGuid, kTraceLevelVerbose, 0x3D);
+}
+
+DriverTestBed::~DriverTestBed()
+{
+    session_.reset();
+    host_.reset();
+    host::FaultInjector::Instance().Reset();
+}
+
+void DriverTestBed::EnableTracing(UCHAR level, ULONG flags)
+{
+    session_->Enable(kTraceControlGuid, level, flags);
+}
+
+void DriverTestBed::DisableTracing()
+{
+    session_->Disable(kTraceControlGuid);
+}
+
+NTSTATUS DriverTestBed::Load()
+{
+    if (added_)
+        return STATUS_SUCCESS;
+    NTSTATUS status = host_->LoadDriver(FxDriverEntryUm);
+    if (NT_SUCCESS(status))
+        status = host_->AddDevice(*shim_);
+    added_ = NT_SUCCESS(status);
+    return status;
+}
+
+NTSTATUS DriverTestBed::Prepare()
+{
+    const NTSTATUS status = Load();
+    return NT_SUCCESS(status) ? host_->PrepareHardware() : status;
+}
+
+std::string DriverTestBed::UnloadAndCollectLeaks()
+{
+    host_->Unload();
+    std::string leaks = host_->Leaks();
+    for (const std::string& violation : host_->Violations())
+        leaks += " violation: " + violation;
+    return leaks;
+}
+
+HidDevice* DriverTestBed::Hid() const
+{
+    return HidDeviceOf(host_->Device());
+}
+
+HidSensor* DriverTestBed::Sensor(ULONG index) const
+{
+    HidDevice* device = Hid();
+    return device != nullptr ? device->Sensor(index) : nullptr;
+}
+
+void DriverTestBed::Feed(const Bytes& bytes)
+{
+    sim_->FeedInput(bytes);
+    host_->RunPending();
+}
+
+}  // namespace testdriver

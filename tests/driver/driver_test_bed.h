@@ -1,0 +1,76 @@
+// A simulated HID device with the test driver module loaded on it, driven
+// through the host's PnP/power calls, with tracing enabled into memory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hid/hid_device.h"
+#include "host/framework/driver_host.h"
+#include "host/hidparser/sensor_descriptor.h"
+#include "host/hidsim/simulated_hid_device.h"
+#include "host/sensorscx/tracing.h"
+#include "sensors/hid_sensor.h"
+#include "tests/driver/endpoint_shim.h"
+
+namespace testdriver {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline constexpr char16_t kDevicePath[] = u"HID\\VID_5A3C&PID_0002\\6&1AA1B311&0&0000";
+
+// The bytes of tests/data/<name>.hex.
+Bytes LoadDescriptor(const std::string& name);
+
+// A feature report of host::hid::sensor::CustomSensor(chars, ...): selectors,
+// a 100 ms report interval and `description` as UTF-16 in `chars` characters.
+Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars);
+
+// Sensor object classes used by the tests: the real ones, recording the
+// input reports routed to them.
+const SensorFactory& RecordingFactory();
+
+class DriverTestBed {
+public:
+    explicit DriverTestBed(const host::hidsim::HidDeviceConfig& config,
+                           const SensorFactory* factory = &RecordingFactory(),
+                           host::framework::ClockMode mode = host::framework::ClockMode::Deterministic);
+    ~DriverTestBed();
+
+    bool Ready() const { return sim_ != nullptr; }
+    // Loads the module and adds the device (once), then prepare-hardware.
+    NTSTATUS Load();
+    NTSTATUS Prepare();
+    NTSTATUS Start() { return host_->D0Entry(); }
+    NTSTATUS Stop() { return host_->D0Exit(); }
+    NTSTATUS Release() { return host_->ReleaseHardware(); }
+    // Unloads and returns what was left behind ("" when nothing).
+    std::string UnloadAndCollectLeaks();
+
+    HidDevice* Hid() const;
+    HidSensor* Sensor(ULONG index) const;
+    host::hidsim::SimulatedHidDevice& Sim() { return *sim_; }
+    // The endpoint the device is added on.
+    EndpointShim& Shim() { return *shim_; }
+    host::framework::DriverHost& Host() { return *host_; }
+    host::tracing::MemoryTraceSink& Trace() { return *sink_; }
+    // The bed's session starts at level 5 with every class (0x3D).
+    void EnableTracing(UCHAR level, ULONG flags);
+    void DisableTracing();
+    // One completed read carrying `bytes`, run to the end.
+    void Feed(const Bytes& bytes);
+    bool ReadPending() { return sim_->DriverCollection().HasPendingRead(); }
+    std::vector<host::hidsim::TrafficEvent> Traffic() const { return sim_->Traffic(); }
+
+private:
+    std::unique_ptr<host::hidsim::SimulatedHidDevice> sim_;
+    std::unique_ptr<EndpointShim> shim_;
+    std::shared_ptr<host::tracing::MemoryTraceSink> sink_;
+    std::unique_ptr<host::framework::DriverHost> host_;
+    std::unique_ptr<host::tracing::TraceSession> session_;
+    bool added_ = false;
+};
+
+}  // namespace testdriver

@@ -1,0 +1,111 @@
+// Every allocation and request of prepare-hardware made to fail in turn: each
+// failure is a documented status or a skipped sensor, never a crash or leak.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "host/common/fault_injection.h"
+#include "sensors/custom_sensor.h"
+#include "tests/driver/driver_test_bed.h"
+#include "tests/driver/test_driver_module.h"
+
+namespace testdriver {
+namespace {
+
+namespace hs = host::hid::sensor;
+using host::FaultInjector;
+using host::FaultPoint;
+using host::hidsim::HidDeviceConfig;
+
+HidDeviceConfig AccelerometerActivityPedometer()
+{
+    hs::SensorSpec accel;
+    accel.usage = hs::kAccelerometer3D;
+    accel.inputs = {hs::Property(0x453, 16, -32767, 32767)};
+    const hs::SensorSpec custom = hs::CustomSensor(16, {hs::CustomValue(1)});
+    return HidDeviceConfig{}
+        .WithDescriptor(hs::BuildSensorContainer({accel, custom, custom}))
+        .WithSerialNumber(u"SN")
+        .WithFeature(2, CustomFeatureReport(2, u"0x232", 16))
+        .WithFeature(3, CustomFeatureReport(3, u"0x230", 16));
+}
+
+std::uint64_t CallsDuringPrepare(FaultPoint point)
+{
+    DriverTestBed bed(AccelerometerActivityPedometer());
+    EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
+    FaultInjector::Instance().FailNth(point, 0, 0);
+    EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+    const std::uint64_t calls = FaultInjector::Instance().Calls(point);
+    EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
+    return calls;
+}
+
+struct SweepResult {
+    std::set<NTSTATUS> statuses;
+    int skippedSensors = 0;
+};
+
+// Fails the n-th call of `point` during prepare-hardware and checks what is left.
+void FailOnce(FaultPoint point, std::uint64_t n, NTSTATUS injected, SweepResult& result)
+{
+    SCOPED_TRACE(testing::Message() << host::FaultPointName(point) << " call " << n);
+    DriverTestBed bed(AccelerometerActivityPedometer());
+    ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
+    FaultInjector::Instance().FailNth(point, n, injected);
+    ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+
+    const ModuleState& module = Module();
+    HidDevice* hid = bed.Hid();
+    if (hid == nullptr) {
+        EXPECT_TRUE(module.hidDeviceCreationFailed);
+    } else {
+        const NTSTATUS status = module.enumerateStatus;
+        result.statuses.insert(status);
+        // An IOCTL target that could not be opened answers nothing: no sensor.
+        const bool unopenedIoctlTarget = !NT_SUCCESS(module.openStatus) && hid->IsOpen();
+        EXPECT_TRUE(status == STATUS_NOT_IMPLEMENTED || status == STATUS_NO_MEMORY ||
+                    status == STATUS_UNSUCCESSFUL || status == injected ||
+                    (status == STATUS_SUCCESS && unopenedIoctlTarget && hid->SensorCount() == 0))
+            << std::hex << status;
+        // The sensors that exist keep the index of their collection.
+        ULONG previous = 0;
+        for (ULONG i = 0; i < hid->SensorCount(); ++i) {
+            const HidCollectionRecord& record = *hid->Sensor(i)->Record();
+            EXPECT_TRUE(i == 0 || record.SensorIndex > previous);
+            previous = record.SensorIndex;
+            EXPECT_LE(record.SensorIndex, 2u);
+            EXPECT_EQ(dynamic_cast<CustomSensor*>(hid->Sensor(i)) != nullptr, record.SensorIndex != 0);
+            EXPECT_EQ(record.InstanceName[std::u16string(record.InstanceName).size() - 1],
+                      u'0' + record.SensorIndex);
+        }
+        if (status == STATUS_NOT_IMPLEMENTED && hid->SensorCount() < 3)
+            ++result.skippedSensors;
+    }
+    EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
+}
+
+TEST(FaultSweep, EveryDriverHeapFailureOfDiscovery)
+{
+    const std::uint64_t calls = CallsDuringPrepare(FaultPoint::DriverHeap);
+    ASSERT_GT(calls, 10u);
+    SweepResult result;
+    for (std::uint64_t n = 1; n <= calls; ++n)
+        FailOnce(FaultPoint::DriverHeap, n, 0, result);
+    EXPECT_TRUE(result.statuses.count(STATUS_NO_MEMORY));
+    EXPECT_GT(result.skippedSensors, 0);
+}
+
+TEST(FaultSweep, EveryFrameworkFailureOfDiscovery)
+{
+    for (FaultPoint point : {FaultPoint::RequestCreate, FaultPoint::FrameworkMemory, FaultPoint::IoTargetCreate}) {
+        const std::uint64_t calls = CallsDuringPrepare(point);
+        ASSERT_GT(calls, 0u) << host::FaultPointName(point);
+        SweepResult result;
+        for (std::uint64_t n = 1; n <= calls; ++n)
+            FailOnce(point, n, STATUS_INSUFFICIENT_RESOURCES, result);
+    }
+}
+
+}  // namespace
+}  // namespace testdriver

@@ -1,0 +1,60 @@
+// Fixtures for the framework tests: a deterministic host with a minimal driver
+// (a device add that only creates the device) and a fake HID collection.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "host/common/fault_injection.h"
+#include "host/framework/driver_host.h"
+#include "host/framework/violations.h"
+#include "tests/framework/fake_endpoint.h"
+
+namespace host::framework::testing {
+
+FILETIME StartTime();
+
+// What the minimal driver does; reset before every test.
+struct MiniDriverConfig {
+    WDF_PNPPOWER_EVENT_CALLBACKS callbacks{};
+    PFN_WDF_DRIVER_UNLOAD unload = nullptr;
+    PCWDF_OBJECT_CONTEXT_TYPE_INFO deviceContext = nullptr;
+    bool createDevice = true;
+    NTSTATUS deviceAddResult = STATUS_SUCCESS;  // returned after the device is created
+};
+MiniDriverConfig& MiniDriver();
+NTSTATUS MiniDriverEntry(void* loaderInterface, void* context, PDRIVER_OBJECT driverObject,
+                         PUNICODE_STRING registryPath);
+
+// A clean process state and a host, no driver yet.
+class HostTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Fails the test if anything is left or a violation was recorded. Tests that
+    // provoke violations check them and call ClearViolations().
+    void ExpectCleanUnload();
+
+    ClockMode mode_ = ClockMode::Deterministic;  // set by a fixture before SetUp
+    FakeEndpoint endpoint_;
+    std::unique_ptr<DriverHost> host_;
+};
+
+// A host with the minimal driver loaded and its device added.
+class DeviceTest : public HostTest {
+protected:
+    void SetUp() override;
+
+    WDFDEVICE Device() const { return host_->Device(); }
+    WDFDRIVER Driver() const { return host_->Driver(); }
+    // A target created on the device and opened by file.
+    WDFIOTARGET OpenTarget();
+};
+
+// Whether the recorded violations contain one mentioning `text`.
+bool HasViolation(const DriverHost& host, const std::string& text);
+
+}  // namespace host::framework::testing

@@ -1,0 +1,290 @@
+// Mistakes real devices make that the parser accepts on purpose, and the
+// HID features (long items, delimiters, 32-bit usages, Push/Pop, string and
+// designator ranges) that devices rarely use but are valid.
+#include <gtest/gtest.h>
+
+#include "host/hidparser/descriptor_builder.h"
+#include "host/hidparser/sensor_descriptor.h"
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+TEST(DeviceQuirks, EndCollectionCarryingADataByte)
+{
+    // Vendor lid switch: `C1 00` closes the collection; 152 padding bits each way.
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("quirk-amd-sfh-lid-vendor"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.UsagePage, 0xFF43);
+    EXPECT_EQ(caps.Usage, 0x0202);
+    EXPECT_EQ(caps.InputReportByteLength, 20);
+    EXPECT_EQ(caps.OutputReportByteLength, 20);
+    EXPECT_EQ(caps.FeatureReportByteLength, 0);
+    EXPECT_EQ(caps.NumberInputButtonCaps + caps.NumberInputValueCaps, 0);  // padding only
+    EXPECT_EQ(caps.NumberLinkCollectionNodes, 1);
+}
+
+TEST(DeviceQuirks, UnitExponentAsNibbleOrSignedValue)
+{
+    struct Case {
+        const char* item;
+        ULONG code;
+    };
+    const Case cases[] = {
+        {"55 0E", 0x0E},     // nibble: -2
+        {"55 FE", 0x0E},     // signed byte: -2
+        {"56 FE FF", 0x0E},  // signed word: -2
+        {"55 0F", 0x0F},     // -1
+        {"55 F8", 0x08},     // -8
+        {"55 07", 0x07},    {"54", 0x00},
+    };
+    for (const Case& c : cases) {
+        PreparsedBlob blob =
+            ParseSingle(Hex(std::string("05 20 09 E1 A1 01 0A 44 05 75 10 95 01 ") + c.item + " 81 02 C0"));
+        const auto values = ValueCaps(blob, HidP_Input);
+        ASSERT_EQ(values.size(), 1u);
+        EXPECT_EQ(values[0].UnitsExp, c.code) << c.item;
+    }
+}
+
+TEST(DeviceQuirks, UnsignedMaximumWrittenInFewerBytes)
+{
+    struct Case {
+        const char* extents;
+        LONG min;
+        LONG max;
+    };
+    const Case cases[] = {
+        {"15 00 26 FF FF", 0, 65535},  // 32-bit field, maximum in 16 bits
+        {"15 00 25 FF", 0, 255},
+        {"15 00 27 FF FF FF FF", 0, -1},       // full 32 bits: LONG wraps, as on the platform
+        {"16 01 80 26 FF 7F", -32767, 32767},  // signed stays signed
+        {"15 FF 25 FF", -1, -1},               // a negative minimum keeps the maximum signed
+        {"26 FF FF 15 00", 0, 65535},          // order of the two items does not matter
+    };
+    for (const Case& c : cases) {
+        PreparsedBlob blob =
+            ParseSingle(Hex(std::string("05 20 09 E1 A1 01 0A 44 05 75 20 95 01 ") + c.extents + " 81 02 C0"));
+        const auto values = ValueCaps(blob, HidP_Input);
+        ASSERT_EQ(values.size(), 1u);
+        EXPECT_EQ(values[0].LogicalMin, c.min) << c.extents;
+        EXPECT_EQ(values[0].LogicalMax, c.max) << c.extents;
+    }
+}
+
+TEST(DeviceQuirks, PhysicalTopLevelSensorCollection)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-gyro3"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.UsagePage, 0x20);
+    EXPECT_EQ(caps.Usage, 0x76);
+    EXPECT_EQ(Nodes(blob)[0].CollectionType, HIDP_COLLECTION_PHYSICAL);
+}
+
+TEST(DeviceQuirks, VendorCollectionNestedInASensor)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
+    b.Usage(0xE1).Collection(CollectionType::Physical).ReportId(1);
+    b.UsagePage(0xFF00).Usage(0x10).Collection(std::uint8_t{0x80});  // vendor collection type
+    b.Usage(0x11).LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(4).Feature(main_item::kDataVarAbs);
+    b.EndCollection();
+    b.UsagePage(0x20).Usage(0x544).LogicalMinimum(-100).LogicalMaximum(100).ReportCount(1).Input(
+        main_item::kDataVarAbs);
+    b.EndCollection().EndCollection();
+
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto nodes = Nodes(blob);
+    ASSERT_EQ(nodes.size(), 3u);
+    EXPECT_EQ(nodes[2].LinkUsagePage, 0xFF00);
+    EXPECT_EQ(nodes[2].LinkUsage, 0x10);
+    EXPECT_EQ(nodes[2].Parent, 1);
+    EXPECT_EQ(nodes[2].CollectionType, 0x80u);
+    EXPECT_EQ(nodes[1].NumberOfChildren, 1);
+
+    const auto feature = ValueCaps(blob, HidP_Feature);
+    ASSERT_EQ(feature.size(), 1u);
+    EXPECT_EQ(feature[0].UsagePage, 0xFF00);
+    EXPECT_EQ(feature[0].LinkCollection, 2);
+    EXPECT_EQ(feature[0].LinkUsage, 0x10);
+    EXPECT_EQ(feature[0].LinkUsagePage, 0xFF00);
+    EXPECT_EQ(feature[0].ReportCount, 4);
+    const auto input = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(input.size(), 1u);
+    EXPECT_EQ(input[0].LinkCollection, 1);
+    EXPECT_EQ(input[0].LinkUsage, 0xE1);
+}
+
+TEST(DeviceQuirks, InputsFlaggedConstantStillCarryData)
+{
+    // Webcam presence sensor: sensor state and presence are `81 03`.
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("fujitsu-webcam-presence"));
+    const auto inputs = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(inputs.size(), 2u);
+    EXPECT_EQ(inputs[1].Range.UsageMin, 0x04B1);
+    EXPECT_EQ(inputs[1].BitField, 0x03);
+
+    std::vector<CHAR> report = {0x00, 0x01, 0x01};  // no report ID: byte 0 is 0
+    ASSERT_EQ(report.size(), Caps(blob).InputReportByteLength);
+    ULONG present = 7;
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x04B1, &present, Preparsed(blob), report.data(),
+                                 static_cast<ULONG>(report.size())),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(present, 1u);
+    report[2] = 0;
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x04B1, &present, Preparsed(blob), report.data(),
+                                 static_cast<ULONG>(report.size())),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(present, 0u);
+}
+
+TEST(DeviceQuirks, LongItemsAreSkipped)
+{
+    const auto plain = Hex("05 20 09 E1 A1 01 0A 44 05 75 10 95 01 81 02 C0");
+    const auto withLong = Hex("05 20 09 E1 A1 01 FE 03 F0 01 02 03 0A 44 05 75 10 95 01 FE 00 F0 81 02 C0");
+    PreparsedBlob a = ParseSingle(plain);
+    PreparsedBlob b = ParseSingle(withLong);
+    EXPECT_EQ(a, b);
+}
+
+TEST(DeviceQuirks, DelimiterSetKeepsItsFirstUsage)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x01).Usage(0x02).Collection(CollectionType::Application);
+    b.ReportSize(8).ReportCount(2).LogicalMinimum(-127).LogicalMaximum(127);
+    b.Delimiter(true).Usage(0x30).Usage(0x40).Delimiter(false).Usage(0x31);
+    b.Input(main_item::kDataVarAbs).EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto values = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(values.size(), 2u);
+    EXPECT_EQ(values[0].NotRange.Usage, 0x30);
+    EXPECT_EQ(values[1].NotRange.Usage, 0x31);
+    EXPECT_EQ(values[0].IsAlias, 0);
+}
+
+TEST(DeviceQuirks, ThirtyTwoBitUsagesCarryTheirOwnPage)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application);
+    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(3);
+    b.Usage32(0xFF01, 0x0042).Usage(0x544).Usage32(0x0020, 0x0545);
+    b.Input(main_item::kDataVarAbs);
+    b.ReportSize(1).ReportCount(4).LogicalMaximum(1).UsageMinimum32(0x0009, 1).UsageMaximum32(0x0009, 4);
+    b.Input(main_item::kDataVarAbs).ReportCount(4).Input(main_item::kConstant);
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+
+    const auto values = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_EQ(values[0].UsagePage, 0xFF01);
+    EXPECT_EQ(values[0].NotRange.Usage, 0x42);
+    EXPECT_EQ(values[1].UsagePage, 0x20);  // a 16-bit usage takes the Usage Page
+    EXPECT_EQ(values[1].NotRange.Usage, 0x544);
+    EXPECT_EQ(values[2].UsagePage, 0x20);
+    const auto buttons = ButtonCaps(blob, HidP_Input);
+    ASSERT_EQ(buttons.size(), 1u);
+    EXPECT_EQ(buttons[0].UsagePage, 0x09);
+    EXPECT_TRUE(buttons[0].IsRange);
+    EXPECT_EQ(buttons[0].Range.UsageMin, 1);
+    EXPECT_EQ(buttons[0].Range.UsageMax, 4);
+    EXPECT_EQ(Caps(blob).InputReportByteLength, 1 + 3 + 1);
+
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
+    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF01, 0, 0x42, 0x99, Preparsed(blob), report.data(),
+                                 static_cast<ULONG>(report.size())),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 0x99);
+}
+
+TEST(DeviceQuirks, UsagePageAfterItsUsagesStillApplies)
+{
+    // The Usage Page in force at the main item names 16-bit usages declared before it.
+    PreparsedBlob blob = ParseSingle(Hex("05 01 09 02 A1 01 09 30 05 20 75 08 95 01 81 02 C0"));
+    const auto values = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_EQ(values[0].UsagePage, 0x20);
+}
+
+TEST(DeviceQuirks, PushAndPopRestoreGlobals)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application).ReportId(3);
+    b.LogicalMinimum(-10).LogicalMaximum(10).ReportSize(8).ReportCount(1).UnitExponent(-2);
+    b.Push().UsagePage(0xFF00).LogicalMinimum(0).LogicalMaximum(1000).ReportSize(16).UnitExponent(0);
+    b.Usage(0x01).Feature(main_item::kDataVarAbs);
+    b.Pop().Usage(0x544).Feature(main_item::kDataVarAbs).EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto values = ValueCaps(blob, HidP_Feature);
+    ASSERT_EQ(values.size(), 2u);
+    EXPECT_EQ(values[0].UsagePage, 0xFF00);
+    EXPECT_EQ(values[0].BitSize, 16);
+    EXPECT_EQ(values[0].LogicalMax, 1000);
+    EXPECT_EQ(values[1].UsagePage, 0x20);
+    EXPECT_EQ(values[1].BitSize, 8);
+    EXPECT_EQ(values[1].LogicalMin, -10);
+    EXPECT_EQ(values[1].LogicalMax, 10);
+    EXPECT_EQ(values[1].UnitsExp, 0x0Eu);
+    EXPECT_EQ(values[1].ReportID, 3);
+    EXPECT_EQ(Caps(blob).FeatureReportByteLength, 1 + 2 + 1);
+}
+
+TEST(DeviceQuirks, StringAndDesignatorIndicesAndRanges)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x01).Usage(0x04).Collection(CollectionType::Application);
+    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(3);
+    b.Usage(0x30).Usage(0x31).Usage(0x32);
+    b.StringIndex(4).StringMinimum(5).StringMaximum(7);
+    b.DesignatorMinimum(1).DesignatorMaximum(2).DesignatorIndex(9);
+    b.Input(main_item::kDataVarAbs).EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto values = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_FALSE(values[0].IsStringRange);
+    EXPECT_EQ(values[0].NotRange.StringIndex, 4);
+    EXPECT_TRUE(values[0].IsDesignatorRange);
+    EXPECT_EQ(values[0].Range.DesignatorMin, 1);
+    EXPECT_EQ(values[0].Range.DesignatorMax, 2);
+    EXPECT_TRUE(values[1].IsStringRange);
+    EXPECT_EQ(values[1].Range.StringMin, 5);
+    EXPECT_EQ(values[1].Range.StringMax, 7);
+    EXPECT_FALSE(values[1].IsDesignatorRange);
+    EXPECT_EQ(values[1].NotRange.DesignatorIndex, 9);
+    // The last entry serves the capabilities after it.
+    EXPECT_TRUE(values[2].IsStringRange);
+    EXPECT_EQ(values[2].Range.StringMin, 5);
+    EXPECT_EQ(values[2].NotRange.DesignatorIndex, 9);
+}
+
+TEST(DeviceQuirks, CompositeDeviceWithPhysicalSensorCollectionBesideOthers)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x01).Usage(0x06).Collection(CollectionType::Application).ReportId(1);
+    b.UsagePage(0x07).UsageMinimum(0xE0).UsageMaximum(0xE7).LogicalMinimum(0).LogicalMaximum(1);
+    b.ReportSize(1).ReportCount(8).Input(main_item::kDataVarAbs).EndCollection();
+    b.UsagePage(0x0C).Usage(0x01).Collection(CollectionType::Application).ReportId(2);
+    b.UsageMinimum(0).UsageMaximum(0x3FF).LogicalMaximum(0x3FF).ReportSize(16).ReportCount(1);
+    b.Input(main_item::kDataArrayAbs).EndCollection();
+    b.UsagePage(0x20).Usage(0x73).Collection(CollectionType::Physical).ReportId(3);
+    b.Usage(0x453).LogicalMinimum(-32767).LogicalMaximum(32767).ReportCount(3).Input(main_item::kDataVarAbs);
+    b.EndCollection();
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application).ReportId(4);
+    b.Usage(0x02).LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(63).Feature(main_item::kDataVarAbs);
+    b.EndCollection();
+
+    std::vector<PreparsedBlob> blobs = ParseOk(b.Build());
+    ASSERT_EQ(blobs.size(), 4u);
+    const HIDP_CAPS sensor = Caps(blobs[2]);
+    EXPECT_EQ(sensor.UsagePage, 0x20);
+    EXPECT_EQ(sensor.Usage, 0x73);
+    EXPECT_EQ(sensor.InputReportByteLength, 1 + 6);
+    EXPECT_EQ(sensor.FeatureReportByteLength, 0);
+    EXPECT_EQ(Caps(blobs[1]).InputReportByteLength, 1 + 2);
+    EXPECT_EQ(Caps(blobs[3]).FeatureReportByteLength, 64);
+    EXPECT_EQ(Caps(blobs[3]).InputReportByteLength, 0);
+}
+
+}  // namespace
+}  // namespace host::hid

@@ -1,0 +1,162 @@
+// Every reason a descriptor is refused, with the offset it names.
+#include <gtest/gtest.h>
+
+#include "host/hidparser/descriptor_builder.h"
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using test::Hex;
+using test::ParseFails;
+
+struct Rejection {
+    const char* name;
+    const char* descriptor;
+    std::size_t offset;
+    const char* reason;  // the whole reason text
+};
+
+class MalformedDescriptor : public testing::TestWithParam<Rejection> {};
+
+TEST_P(MalformedDescriptor, IsRefusedWithOffsetAndReason)
+{
+    const Rejection& c = GetParam();
+    const ParseError error = ParseFails(Hex(c.descriptor));
+    EXPECT_EQ(error.offset, c.offset);
+    EXPECT_EQ(error.reason, c.reason);
+}
+
+const Rejection kRejections[] = {
+    {"TruncatedItem", "05 01 09 02 A1 01 26 FF", 6, "truncated item 0x26: needs 2 data bytes, 1 left"},
+    {"EndCollectionWithoutCollection", "05 01 C0", 2, "End Collection without Collection"},
+    {"MissingEndCollection", "05 01 09 02 A1 01 A1 00 C0", 9,
+     "1 collection(s) without End Collection at end of descriptor"},
+    {"MainItemOutsideCollection", "75 08 95 01 09 30 81 02", 6, "Input item outside any collection"},
+    {"MainItemAfterLastCollection", "05 01 09 02 A1 01 C0 75 08 95 01 B1 02", 11,
+     "Feature item outside any collection"},
+    {"ReportSizeZero", "05 01 09 02 A1 01 75 00", 6, "Report Size 0"},
+    {"ReportSizeLongerThanReport", "05 01 09 02 A1 01 76 00 80", 6, "Report Size 32768 longer than a whole report"},
+    {"ValueWiderThan32Bits", "05 01 09 02 A1 01 75 21 95 01 09 30 81 02 C0", 12,
+     "Report Size 33 above 32 for a field with usages"},
+    {"ReportCountLongerThanReport", "05 01 09 02 A1 01 96 00 80", 6, "Report Count 32768 longer than a whole report"},
+    {"ReportOver4096Bytes", "05 01 09 02 A1 01 75 08 96 00 10 09 30 81 02 C0", 13,
+     "Input report 0 would be 4097 bytes long, above 4096"},
+    {"ReportOver4096BytesAcrossItems", "05 01 09 02 A1 01 85 07 75 08 96 FE 0F B1 03 95 02 B1 03 C0", 17,
+     "Feature report 7 would be 4097 bytes long, above 4096"},
+    {"ReportIdZero", "05 01 09 02 A1 01 85 00", 6, "Report ID 0"},
+    {"ReportIdAbove255", "05 01 09 02 A1 01 86 00 01", 6, "Report ID 256 above 255"},
+    {"FieldWithoutReportIdAmongIds", "05 01 09 02 A1 01 75 08 95 01 A4 85 01 09 30 81 02 B4 09 31 81 02 C0", 20,
+     "Input item without Report ID in a descriptor that uses report IDs"},
+    {"ReportIdAfterFieldsWithout", "05 01 09 02 A1 01 75 08 95 01 09 30 81 02 85 01 C0", 14,
+     "Report ID after main items that had none"},
+    {"PopWithoutPush", "05 01 B4", 2, "Pop without Push"},
+    {"PushWithoutPop", "05 01 09 02 A4 A1 01 C0", 8, "1 Push item(s) without Pop at end of descriptor"},
+    {"PushTooDeep", "A4 A4 A4 A4 A4 A4 A4 A4 A4", 8, "Push nested deeper than 8"},
+    {"FieldBeforeReportSize", "05 01 09 02 A1 01 95 01 09 30 81 02", 10, "Input item before any Report Size"},
+    {"FieldBeforeReportCount", "05 01 09 02 A1 01 75 01 09 30 91 02", 10, "Output item before any Report Count"},
+    {"UsageMinimumWithoutMaximum", "05 01 09 02 A1 01 75 01 95 01 19 01 81 02", 12,
+     "Usage Minimum without Usage Maximum"},
+    {"UsageMaximumWithoutMinimum", "05 01 09 02 A1 01 29 03 A1 00", 8, "Usage Maximum without Usage Minimum"},
+    {"UsageMinimumTwice", "05 01 09 02 A1 01 19 01 19 02", 8, "Usage Minimum twice without Usage Maximum"},
+    {"UsageMinimumAboveMaximum", "05 01 09 02 A1 01 19 05 29 03", 8, "Usage Minimum 0x05 above Usage Maximum 0x03"},
+    {"UsageRangeAcrossPages", "05 01 09 02 A1 01 1B 01 00 09 00 2B 05 00 01 00", 11,
+     "Usage Minimum and Usage Maximum on different usage pages"},
+    {"StringMinimumAboveMaximum", "05 01 09 02 A1 01 89 09 99 02", 8, "String Minimum 9 above String Maximum 2"},
+    {"StringIndexAbove65535", "05 01 09 02 A1 01 7B 00 00 01 00", 6, "String Index 65536 above 65535"},
+    {"NestedDelimiter", "05 01 09 02 A1 01 A9 01 A9 01", 8, "nested Delimiter set"},
+    {"DelimiterCloseWithoutOpen", "05 01 09 02 A1 01 A9 00", 6, "Delimiter close without open"},
+    {"DelimiterUnknownValue", "05 01 09 02 A1 01 A9 02", 6, "Delimiter 2 is neither open (1) nor close (0)"},
+    {"DelimiterOpenAtMainItem", "05 01 09 02 A1 01 75 08 95 01 A9 01 09 30 81 02", 14, "Delimiter set not closed"},
+    {"UnitExponentOutOfRange", "05 01 09 02 A1 01 55 10", 6, "Unit Exponent 16 outside -8..15"},
+    {"UnitExponentNegativeOutOfRange", "05 01 09 02 A1 01 55 F7", 6, "Unit Exponent -9 outside -8..15"},
+    {"UsagePageAbove16Bits", "07 00 00 01 00", 0, "Usage Page 0x10000 above 0xFFFF"},
+    {"CollectionTypeAbove8Bits", "05 01 09 02 A2 00 01", 4, "Collection type 0x100 above 0xFF"},
+    {"ReservedItemType", "05 01 09 02 A1 01 1C", 6, "item of the reserved type 3 (tag 1)"},
+    {"ReservedGlobalTag", "05 01 C4", 2, "reserved global item tag 12"},
+    {"ReservedLocalTag", "05 01 68", 2, "reserved local item tag 6"},
+    {"ReservedMainTag", "05 01 09 02 A1 01 00", 6, "reserved main item tag 0"},
+    {"NoCollection", "05 01 09 02", 4, "no collection in descriptor"},
+    {"EmptyDescriptor", "", 0, "no collection in descriptor"},
+    {"TooManyDataIndices", "05 01 09 06 A1 01 05 07 19 00 2A FF FF 75 10 95 01 81 00 C0", 17,
+     "too many usages: Input reports need more than 65535 data indices"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Parser, MalformedDescriptor, testing::ValuesIn(kRejections),
+                         [](const testing::TestParamInfo<Rejection>& param) { return param.param.name; });
+
+std::vector<std::uint8_t> Nested(std::size_t depth)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0x01);
+    for (std::size_t i = 0; i < depth; ++i) b.Collection(CollectionType::Logical);
+    for (std::size_t i = 0; i < depth; ++i) b.EndCollection();
+    return b.Build();
+}
+
+TEST(MalformedDescriptorLimits, NestingDeeperThan32IsRefusedAtThe33rdCollection)
+{
+    test::ParseOk(Nested(32));
+    const ParseError error = ParseFails(Nested(33));
+    EXPECT_EQ(error.offset, 4u + 32u * 2);  // 05 20 09 01, then A1 02 per Collection
+    EXPECT_EQ(error.reason, "collections nested deeper than 32");
+}
+
+TEST(MalformedDescriptorLimits, MoreThan1024UsagesBeforeOneMainItem)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
+    const std::size_t firstUsage = b.Bytes().size();
+    for (int i = 0; i < 1025; ++i) b.Usage(0x01);
+    b.Input(main_item::kDataVarAbs).EndCollection();
+    const ParseError error = ParseFails(b.Build());
+    EXPECT_EQ(error.offset, firstUsage + 1024 * 2);
+    EXPECT_EQ(error.reason, "more than 1024 usages before one main item");
+}
+
+TEST(MalformedDescriptorLimits, MoreThan16384CapabilitiesInOneDescriptor)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
+    std::size_t lastMainItem = 0;
+    for (int i = 0; i < 16385; ++i) {
+        b.Usage(0x01);
+        lastMainItem = b.Bytes().size();
+        b.Input(main_item::kDataVarAbs);
+    }
+    b.EndCollection();
+    const ParseError error = ParseFails(b.Build());
+    EXPECT_EQ(error.offset, lastMainItem);
+    EXPECT_EQ(error.reason, "too many usages: more than 16384 capabilities");
+}
+
+TEST(MalformedDescriptorLimits, MoreThan16384Collections)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
+    for (int i = 0; i < 16383; ++i) b.Collection(CollectionType::Logical).EndCollection();
+    const std::size_t offending = b.Bytes().size();
+    b.Collection(CollectionType::Logical).EndCollection().EndCollection();
+    const ParseError error = ParseFails(b.Build());
+    EXPECT_EQ(error.offset, offending);
+    EXPECT_EQ(error.reason, "more than 16384 collections");
+}
+
+TEST(MalformedDescriptorLimits, ReportOfExactly4096BytesIsAccepted)
+{
+    // 1 report-ID byte + 4095 data bytes.
+    PreparsedBlob blob = test::ParseSingle(Hex("05 01 09 02 A1 01 85 01 75 08 96 FF 0F 09 30 81 02 C0"));
+    EXPECT_EQ(test::Caps(blob).InputReportByteLength, 4096);
+}
+
+TEST(MalformedDescriptorLimits, FailedParseLeavesNoBlobs)
+{
+    std::vector<PreparsedBlob> blobs(3);
+    ParseError error;
+    EXPECT_FALSE(ParseReportDescriptor(Hex("05 01 09 02 A1 01 C0 C0"), blobs, error));
+    EXPECT_TRUE(blobs.empty());
+    EXPECT_EQ(FormatParseError(error), "offset 7: End Collection without Collection");
+}
+
+}  // namespace
+}  // namespace host::hid

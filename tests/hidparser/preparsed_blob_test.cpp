@@ -1,0 +1,175 @@
+// The preparsed data is a flat blob that callers copy around: it must work at
+// any address and refuse, never crash on, damaged copies.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "host/hidparser/preparsed_layout.h"
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+// The hot calls on hutrr39-accel3: every input value, every selector list.
+std::vector<std::pair<NTSTATUS, ULONG>> HotCalls(PHIDP_PREPARSED_DATA pp)
+{
+    std::vector<std::pair<NTSTATUS, ULONG>> out;
+    std::vector<CHAR> input = {0, 1, 3, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 1};
+    std::vector<CHAR> feature(15, 0);
+    for (USAGE usage : std::initializer_list<USAGE>{0x453, 0x454, 0x455, 0x451, 0x999}) {
+        ULONG value = 0;
+        const NTSTATUS status = HidP_GetUsageValue(HidP_Input, 0x20, 0, usage, &value, pp, input.data(), 10);
+        out.emplace_back(status, value);
+    }
+    for (USHORT link = 0; link < 7; ++link) {
+        USAGE usages[8] = {};
+        ULONG length = 8;
+        NTSTATUS status = HidP_GetUsages(HidP_Feature, 0x20, link, usages, &length, pp, feature.data(), 15);
+        out.emplace_back(status, status == HIDP_STATUS_SUCCESS ? usages[0] + (length << 16) : 0);
+        length = 8;
+        status = HidP_GetUsages(HidP_Input, 0x20, link, usages, &length, pp, input.data(), 10);
+        out.emplace_back(status, status == HIDP_STATUS_SUCCESS ? usages[0] + (length << 16) : 0);
+    }
+    const NTSTATUS set = HidP_SetUsageValue(HidP_Feature, 0x20, 0, 0x30E, 0x12345678, pp, feature.data(), 15);
+    ULONG written = 0;
+    std::memcpy(&written, feature.data() + 5, 4);
+    out.emplace_back(set, written);
+    return out;
+}
+
+TEST(PreparsedBlob, HeaderStatesItsOwnSize)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    preparsed::Header header;
+    std::memcpy(&header, blob.data(), sizeof header);
+    EXPECT_EQ(header.magic, preparsed::kMagic);
+    EXPECT_EQ(header.version, preparsed::kVersion);
+    EXPECT_EQ(header.totalSize, blob.size());
+}
+
+TEST(PreparsedBlob, WorksAtAnyAddress)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    const auto reference = HotCalls(Preparsed(blob));
+    const std::vector<HIDP_VALUE_CAPS> values = ValueCaps(blob, HidP_Feature);
+    for (std::size_t shift = 1; shift < 8; ++shift) {
+        std::vector<std::uint8_t> moved(blob.size() + shift);
+        std::memcpy(moved.data() + shift, blob.data(), blob.size());
+        auto* pp = reinterpret_cast<PHIDP_PREPARSED_DATA>(moved.data() + shift);
+        EXPECT_EQ(HotCalls(pp), reference) << "shift " << shift;
+        HIDP_CAPS caps;
+        ASSERT_EQ(HidP_GetCaps(pp, &caps), HIDP_STATUS_SUCCESS);
+        std::vector<HIDP_VALUE_CAPS> copy(caps.NumberFeatureValueCaps);
+        USHORT length = caps.NumberFeatureValueCaps;
+        ASSERT_EQ(HidP_GetValueCaps(HidP_Feature, copy.data(), &length, pp), HIDP_STATUS_SUCCESS);
+        EXPECT_EQ(std::memcmp(copy.data(), values.data(), values.size() * sizeof(HIDP_VALUE_CAPS)), 0);
+    }
+}
+
+TEST(PreparsedBlob, TruncatedCopyIsRefusedByEveryCall)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    for (std::size_t kept : {blob.size() - 1, blob.size() - 8, blob.size() / 2, std::size_t{80}}) {
+        PreparsedBlob cut = blob;
+        std::fill(cut.begin() + static_cast<std::ptrdiff_t>(kept), cut.end(), 0);
+        HIDP_CAPS caps;
+        EXPECT_EQ(HidP_GetCaps(Preparsed(cut), &caps), HIDP_STATUS_INVALID_PREPARSED_DATA);
+        for (const auto& [status, value] : HotCalls(Preparsed(cut)))
+            EXPECT_EQ(status, HIDP_STATUS_INVALID_PREPARSED_DATA);
+    }
+}
+
+TEST(PreparsedBlob, DescriptorBytesAreNotPreparsedData)
+{
+    std::vector<std::uint8_t> descriptor = LoadDescriptor("hutrr39-cus4");
+    HIDP_CAPS caps;
+    EXPECT_EQ(HidP_GetCaps(reinterpret_cast<PHIDP_PREPARSED_DATA>(descriptor.data()), &caps),
+              HIDP_STATUS_INVALID_PREPARSED_DATA);
+}
+
+// Flip every byte of the blob, three ways: the copying calls always refuse;
+// the hot calls refuse or answer exactly as before.
+TEST(PreparsedBlob, EveryFlippedByteIsCaughtOrHarmless)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    const auto reference = HotCalls(Preparsed(blob));
+    std::size_t refusedHot = 0;
+    for (std::size_t i = 0; i < blob.size(); ++i) {
+        for (std::uint8_t flip : std::initializer_list<std::uint8_t>{0x01, 0x80, 0xFF}) {
+            PreparsedBlob damaged = blob;
+            damaged[i] = static_cast<std::uint8_t>(damaged[i] ^ flip);
+            PHIDP_PREPARSED_DATA pp = Preparsed(damaged);
+            HIDP_CAPS caps;
+            ASSERT_EQ(HidP_GetCaps(pp, &caps), HIDP_STATUS_INVALID_PREPARSED_DATA) << "byte " << i;
+            HIDP_VALUE_CAPS values[8];
+            USHORT length = 8;
+            ASSERT_EQ(HidP_GetValueCaps(HidP_Input, values, &length, pp), HIDP_STATUS_INVALID_PREPARSED_DATA);
+            HIDP_BUTTON_CAPS buttons[32];
+            length = 32;
+            ASSERT_EQ(HidP_GetButtonCaps(HidP_Feature, buttons, &length, pp), HIDP_STATUS_INVALID_PREPARSED_DATA);
+            HIDP_LINK_COLLECTION_NODE nodes[8];
+            ULONG nodeCount = 8;
+            ASSERT_EQ(HidP_GetLinkCollectionNodes(nodes, &nodeCount, pp), HIDP_STATUS_INVALID_PREPARSED_DATA);
+
+            const auto answers = HotCalls(pp);
+            for (std::size_t k = 0; k < answers.size(); ++k) {
+                if (answers[k].first == HIDP_STATUS_INVALID_PREPARSED_DATA) {
+                    ++refusedHot;
+                    continue;
+                }
+                ASSERT_EQ(answers[k], reference[k]) << "byte " << i << " flip " << int(flip) << " call " << k;
+            }
+        }
+    }
+    EXPECT_GT(refusedHot, blob.size());  // most flips touch what some call reads
+}
+
+TEST(PreparsedBlob, RandomDamageNeverCrashes)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("android-headtracker-v2-le"));
+    std::mt19937 random(12345);
+    std::vector<CHAR> input(14, 0);
+    input[0] = 1;
+    for (int round = 0; round < 2000; ++round) {
+        PreparsedBlob damaged = blob;
+        const int changes = 1 + static_cast<int>(random() % 16);
+        for (int c = 0; c < changes; ++c) damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
+        ULONG value = 0;
+        (void)HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x546, &value, Preparsed(damaged), input.data(), 14);
+        char array[16];
+        (void)HidP_GetUsageValueArray(HidP_Input, 0x20, 0, 0x544, array, 16, Preparsed(damaged), input.data(), 14);
+        USAGE usages[8];
+        ULONG length = 8;
+        (void)HidP_GetUsages(HidP_Feature, 0x20, 0, usages, &length, Preparsed(damaged), input.data(), 14);
+    }
+}
+
+TEST(PreparsedBlob, HeaderWithValidChecksumButImpossibleLayoutIsRefused)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    auto rewrite = [&](auto change) {
+        PreparsedBlob copy = blob;
+        preparsed::Header header;
+        std::memcpy(&header, copy.data(), sizeof header);
+        change(header);
+        std::memcpy(copy.data(), &header, sizeof header);
+        const preparsed::HeaderCheck check = preparsed::CheckHeader(copy.data());
+        std::memcpy(copy.data() + preparsed::kHeaderCheckOffset, &check, sizeof check);
+        return copy;
+    };
+    PreparsedBlob tooManyCaps = rewrite([](preparsed::Header& h) { h.reports[HidP_Input].valueCapCount = 0xFFFF; });
+    PreparsedBlob hugeHash = rewrite([](preparsed::Header& h) { h.reports[HidP_Input].hashBits = 40; });
+    PreparsedBlob bigger = rewrite([](preparsed::Header& h) { h.totalSize += 8; });
+    for (PreparsedBlob* bad : {&tooManyCaps, &hugeHash, &bigger}) {
+        ULONG value = 0;
+        std::vector<CHAR> input(10, 0);
+        EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x453, &value, Preparsed(*bad), input.data(), 10),
+                  HIDP_STATUS_INVALID_PREPARSED_DATA);
+    }
+}
+
+}  // namespace
+}  // namespace host::hid

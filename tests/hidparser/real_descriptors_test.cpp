@@ -1,0 +1,329 @@
+// Whole descriptors of real and reference devices, with every capability
+// field the driver relies on.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+struct NodeExpectation {
+    USAGE usage;
+    USHORT parent;
+    USHORT children;
+    USHORT firstChild;
+    USHORT nextSibling;
+    UCHAR type;
+};
+
+void ExpectNodes(PreparsedBlob& blob, const std::vector<NodeExpectation>& expected)
+{
+    const auto nodes = Nodes(blob);
+    ASSERT_EQ(nodes.size(), expected.size());
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        SCOPED_TRACE("node " + std::to_string(i));
+        EXPECT_EQ(nodes[i].LinkUsagePage, 0x20);
+        EXPECT_EQ(nodes[i].LinkUsage, expected[i].usage);
+        EXPECT_EQ(nodes[i].Parent, expected[i].parent);
+        EXPECT_EQ(nodes[i].NumberOfChildren, expected[i].children);
+        EXPECT_EQ(nodes[i].FirstChild, expected[i].firstChild);
+        EXPECT_EQ(nodes[i].NextSibling, expected[i].nextSibling);
+        EXPECT_EQ(nodes[i].CollectionType, expected[i].type);
+        EXPECT_EQ(nodes[i].IsAlias, 0u);
+        EXPECT_EQ(nodes[i].UserContext, nullptr);
+    }
+}
+
+struct ValueExpectation {
+    UCHAR reportId;
+    USAGE usage;
+    USHORT link;
+    USHORT bitSize;
+    USHORT count;
+    LONG logicalMin, logicalMax;
+    ULONG unitsExp;
+    USHORT dataIndex;
+};
+
+void ExpectValues(const std::vector<HIDP_VALUE_CAPS>& caps, const std::vector<ValueExpectation>& expected,
+                  const std::vector<HIDP_LINK_COLLECTION_NODE>& nodes)
+{
+    ASSERT_EQ(caps.size(), expected.size());
+    for (std::size_t i = 0; i < caps.size(); ++i) {
+        SCOPED_TRACE("value cap " + std::to_string(i));
+        const HIDP_VALUE_CAPS& cap = caps[i];
+        const ValueExpectation& want = expected[i];
+        EXPECT_EQ(cap.UsagePage, 0x20);
+        EXPECT_EQ(cap.ReportID, want.reportId);
+        EXPECT_FALSE(cap.IsRange);
+        EXPECT_EQ(cap.NotRange.Usage, want.usage);
+        EXPECT_EQ(cap.LinkCollection, want.link);
+        EXPECT_EQ(cap.LinkUsage, nodes[want.link].LinkUsage);
+        EXPECT_EQ(cap.LinkUsagePage, 0x20);
+        EXPECT_EQ(cap.BitSize, want.bitSize);
+        EXPECT_EQ(cap.ReportCount, want.count);
+        EXPECT_EQ(cap.LogicalMin, want.logicalMin);
+        EXPECT_EQ(cap.LogicalMax, want.logicalMax);
+        EXPECT_EQ(cap.UnitsExp, want.unitsExp);
+        EXPECT_EQ(cap.NotRange.DataIndex, want.dataIndex);
+        EXPECT_TRUE(cap.IsAbsolute);
+        EXPECT_FALSE(cap.HasNull);
+        EXPECT_EQ(cap.IsAlias, 0);
+    }
+}
+
+struct ButtonExpectation {
+    UCHAR reportId;
+    USAGE usage;
+    USHORT link;
+    USHORT count;
+    USHORT dataIndex;
+};
+
+void ExpectButtons(const std::vector<HIDP_BUTTON_CAPS>& caps, const std::vector<ButtonExpectation>& expected)
+{
+    ASSERT_EQ(caps.size(), expected.size());
+    for (std::size_t i = 0; i < caps.size(); ++i) {
+        SCOPED_TRACE("button cap " + std::to_string(i));
+        EXPECT_EQ(caps[i].UsagePage, 0x20);
+        EXPECT_EQ(caps[i].ReportID, expected[i].reportId);
+        EXPECT_FALSE(caps[i].IsRange);
+        EXPECT_EQ(caps[i].NotRange.Usage, expected[i].usage);
+        EXPECT_EQ(caps[i].LinkCollection, expected[i].link);
+        EXPECT_EQ(caps[i].ReportCount, expected[i].count);
+        EXPECT_EQ(caps[i].NotRange.DataIndex, expected[i].dataIndex);
+        EXPECT_EQ(caps[i].BitField, 0x00);  // Data, Array, Absolute
+    }
+}
+
+// Selector caps of one named array: consecutive usages in one link collection.
+void AppendSelectors(std::vector<ButtonExpectation>& out, UCHAR reportId, USAGE first, int count, USHORT link,
+                     USHORT& dataIndex)
+{
+    for (int i = 0; i < count; ++i) out.push_back({reportId, static_cast<USAGE>(first + i), link, 1, dataIndex++});
+}
+
+TEST(RealDescriptors, Hutrr39Accelerometer)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.UsagePage, 0x20);
+    EXPECT_EQ(caps.Usage, 0x73);
+    EXPECT_EQ(caps.InputReportByteLength, 10);  // 1 + state + event + 3 x 16 bits + shake
+    EXPECT_EQ(caps.OutputReportByteLength, 0);
+    EXPECT_EQ(caps.FeatureReportByteLength, 15);  // 1 + 4 selectors + 32-bit interval + 3 x 16 bits
+    EXPECT_EQ(caps.NumberLinkCollectionNodes, 7);
+    EXPECT_EQ(caps.NumberInputButtonCaps, 13);
+    EXPECT_EQ(caps.NumberInputValueCaps, 4);
+    EXPECT_EQ(caps.NumberInputDataIndices, 17);
+    EXPECT_EQ(caps.NumberFeatureButtonCaps, 22);
+    EXPECT_EQ(caps.NumberFeatureValueCaps, 4);
+    EXPECT_EQ(caps.NumberFeatureDataIndices, 26);
+    EXPECT_EQ(caps.NumberOutputButtonCaps + caps.NumberOutputValueCaps + caps.NumberOutputDataIndices, 0);
+
+    // Children are added to the front of the sibling chain: FirstChild is the
+    // last one, NextSibling leads back to the first.
+    ExpectNodes(blob, {
+                          {0x073, 0, 6, 6, 0, HIDP_COLLECTION_PHYSICAL},
+                          {0x309, 0, 0, 0, 0, HIDP_COLLECTION_LOGICAL},
+                          {0x316, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL},
+                          {0x319, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL},
+                          {0x201, 0, 0, 0, 3, HIDP_COLLECTION_LOGICAL},
+                          {0x201, 0, 0, 0, 4, HIDP_COLLECTION_LOGICAL},
+                          {0x202, 0, 0, 0, 5, HIDP_COLLECTION_LOGICAL},
+                      });
+    const auto nodes = Nodes(blob);
+    ExpectValues(ValueCaps(blob, HidP_Feature),
+                 {
+                     {0, 0x030E, 0, 32, 1, 0, -1, 0x0, 22},
+                     {0, 0x1452, 0, 16, 1, 0, 65535, 0xE, 23},
+                     {0, 0x2452, 0, 16, 1, -32767, 32767, 0xE, 24},
+                     {0, 0x3452, 0, 16, 1, -32767, 32767, 0xE, 25},
+                 },
+                 nodes);
+    ExpectValues(ValueCaps(blob, HidP_Input),
+                 {
+                     {0, 0x0453, 0, 16, 1, -32767, 32767, 0xE, 13},
+                     {0, 0x0454, 0, 16, 1, -32767, 32767, 0xE, 14},
+                     {0, 0x0455, 0, 16, 1, -32767, 32767, 0xE, 15},
+                     {0, 0x0451, 0, 8, 1, 0, 1, 0xE, 16},
+                 },
+                 nodes);
+
+    std::vector<ButtonExpectation> feature;
+    USHORT index = 0;
+    AppendSelectors(feature, 0, 0x830, 3, 1, index);
+    AppendSelectors(feature, 0, 0x840, 6, 2, index);
+    AppendSelectors(feature, 0, 0x850, 6, 3, index);
+    AppendSelectors(feature, 0, 0x800, 7, 4, index);
+    ExpectButtons(ButtonCaps(blob, HidP_Feature), feature);
+    std::vector<ButtonExpectation> input;
+    index = 0;
+    AppendSelectors(input, 0, 0x800, 7, 5, index);
+    AppendSelectors(input, 0, 0x810, 6, 6, index);
+    ExpectButtons(ButtonCaps(blob, HidP_Input), input);
+}
+
+TEST(RealDescriptors, AndroidHeadTracker)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("android-headtracker-v2-le"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.Usage, 0xE1);
+    EXPECT_EQ(caps.InputReportByteLength, 14);    // ID 1: 3 x 16 + 3 x 16 + 8 bits
+    EXPECT_EQ(caps.FeatureReportByteLength, 42);  // ID 2: 25 + 16 bytes (ID 1 needs only 3)
+    ExpectNodes(blob, {
+                          {0x0E1, 0, 3, 3, 0, HIDP_COLLECTION_APPLICATION},
+                          {0x316, 0, 0, 0, 0, HIDP_COLLECTION_LOGICAL},
+                          {0x319, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL},
+                          {0xF410, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL},
+                      });
+    const auto nodes = Nodes(blob);
+    ExpectValues(ValueCaps(blob, HidP_Feature),
+                 {
+                     {2, 0x0308, 0, 8, 25, 0, 255, 0, 0},
+                     {2, 0x0302, 0, 8, 16, 0, 255, 0, 1},
+                     {1, 0x030E, 0, 6, 1, 0, 63, 0xD, 6},
+                 },
+                 nodes);
+    const auto feature = ValueCaps(blob, HidP_Feature);
+    EXPECT_EQ(feature[0].BitField, 0x03);  // Constant, Variable
+    EXPECT_EQ(feature[2].PhysicalMin, 10);
+    EXPECT_EQ(feature[2].PhysicalMax, 100);
+    EXPECT_EQ(feature[2].Units, 0x1001u);
+
+    const auto input = ValueCaps(blob, HidP_Input);
+    ExpectValues(input,
+                 {
+                     {1, 0x0544, 0, 16, 3, -32767, 32767, 0x8, 0},
+                     {1, 0x0545, 0, 16, 3, -32767, 32767, 0x0, 1},
+                     {1, 0x0546, 0, 8, 1, 0, 255, 0x0, 2},
+                 },
+                 nodes);
+    EXPECT_EQ(input[0].PhysicalMin, -314159264);
+    EXPECT_EQ(input[0].PhysicalMax, 314159265);
+
+    // 1-bit selectors are Array fields: button caps, one per selector.
+    ExpectButtons(ButtonCaps(blob, HidP_Feature), {
+                                                      {1, 0x840, 1, 1, 2},
+                                                      {1, 0x841, 1, 1, 3},
+                                                      {1, 0x855, 2, 1, 4},
+                                                      {1, 0x851, 2, 1, 5},
+                                                      {1, 0xF800, 3, 1, 7},
+                                                      {1, 0xF801, 3, 1, 8},
+                                                  });
+}
+
+TEST(RealDescriptors, AmdSensorFusionHubUsesReportIdOne)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("amd-sfh-accel3d"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.InputReportByteLength, 16);  // 1 + 2 selectors + 3 x 32 bits + 8 bits
+    EXPECT_EQ(caps.FeatureReportByteLength, 15);
+    for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Feature}) {
+        for (const auto& cap : ValueCaps(blob, type)) EXPECT_EQ(cap.ReportID, 1);
+        for (const auto& cap : ButtonCaps(blob, type)) EXPECT_EQ(cap.ReportID, 1);
+    }
+    const auto input = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(input.size(), 4u);
+    EXPECT_EQ(input[0].BitSize, 32);
+    EXPECT_EQ(input[0].LogicalMin, static_cast<LONG>(0x80010000u));
+    EXPECT_EQ(input[2].LogicalMax, 0x7FFFFFFF);
+    EXPECT_EQ(input[0].UnitsExp, 0xEu);
+}
+
+TEST(RealDescriptors, CustomSensorWithTwentyEightValues)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-cus4"));
+    const HIDP_CAPS caps = Caps(blob);
+    EXPECT_EQ(caps.Usage, 0xE1);
+    EXPECT_EQ(caps.InputReportByteLength, 1 + 2 + 30 * 2);
+    const auto input = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(input.size(), 30u);
+    EXPECT_EQ(input[0].NotRange.Usage, 0x541);
+    EXPECT_EQ(input[1].NotRange.Usage, 0x542);
+    for (int k = 1; k <= 28; ++k) {
+        EXPECT_EQ(input[1 + k].NotRange.Usage, 0x543 + k);
+        EXPECT_EQ(input[1 + k].NotRange.DataIndex, 14 + k);
+    }
+
+    // Each value sits right after the previous one: write all, read them back.
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
+    const auto length = static_cast<ULONG>(report.size());
+    for (int k = 1; k <= 28; ++k) {
+        ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, static_cast<USAGE>(0x543 + k), 1000u * k, Preparsed(blob),
+                                     report.data(), length),
+                  HIDP_STATUS_SUCCESS);
+    }
+    for (int k = 1; k <= 28; ++k) {
+        const std::size_t at = 1 + 2 + 4 + 2 * (k - 1);  // after ID, state + event, 0x541, 0x542
+        const unsigned low = static_cast<std::uint8_t>(report[at]);
+        const unsigned high = static_cast<std::uint8_t>(report[at + 1]);
+        EXPECT_EQ(low | (high << 8), 1000u * k) << "custom value " << k;
+    }
+}
+
+// Checks that hold for every descriptor in tests/data.
+TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
+{
+    std::size_t descriptors = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(HIDPARSER_TEST_DATA_DIR)) {
+        if (entry.path().extension() != ".hex") continue;
+        ++descriptors;
+        const std::string name = entry.path().stem().string();
+        SCOPED_TRACE(name);
+        std::vector<PreparsedBlob> blobs = ParseOk(LoadDescriptor(name));
+        ASSERT_FALSE(blobs.empty());
+        for (PreparsedBlob& blob : blobs) {
+            const HIDP_CAPS caps = Caps(blob);
+            const auto nodes = Nodes(blob);
+            EXPECT_EQ(nodes[0].Parent, 0);
+            EXPECT_EQ(nodes[0].LinkUsage, caps.Usage);
+            EXPECT_EQ(nodes[0].LinkUsagePage, caps.UsagePage);
+            std::map<USHORT, USHORT> children;
+            for (std::size_t i = 1; i < nodes.size(); ++i) {
+                EXPECT_LT(nodes[i].Parent, i);  // descriptor order: parents come first
+                ++children[nodes[i].Parent];
+            }
+            for (std::size_t i = 0; i < nodes.size(); ++i)
+                EXPECT_EQ(nodes[i].NumberOfChildren, children[static_cast<USHORT>(i)]);
+
+            for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Output, HidP_Feature}) {
+                // Data indices of a report type are 0..N-1, each used once.
+                const USHORT indices = type == HidP_Input    ? caps.NumberInputDataIndices
+                                       : type == HidP_Output ? caps.NumberOutputDataIndices
+                                                             : caps.NumberFeatureDataIndices;
+                std::vector<int> uses(indices, 0);
+                auto claim = [&](bool isRange, const HIDP_RANGE& range) {
+                    const USHORT last = isRange ? range.DataIndexMax : range.DataIndexMin;
+                    for (USHORT d = range.DataIndexMin; d <= last; ++d) {
+                        ASSERT_LT(d, indices);
+                        ++uses[d];
+                    }
+                };
+                for (const auto& cap : ValueCaps(blob, type)) {
+                    EXPECT_GE(cap.BitSize, 1);
+                    EXPECT_LE(cap.BitSize, 32);
+                    EXPECT_GE(cap.ReportCount, 1);
+                    ASSERT_LT(cap.LinkCollection, nodes.size());
+                    EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
+                    claim(cap.IsRange, cap.Range);
+                }
+                for (const auto& cap : ButtonCaps(blob, type)) {
+                    ASSERT_LT(cap.LinkCollection, nodes.size());
+                    EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
+                    claim(cap.IsRange, cap.Range);
+                }
+                for (int count : uses) EXPECT_EQ(count, 1);
+            }
+        }
+    }
+    EXPECT_EQ(descriptors, 24u);
+}
+
+}  // namespace
+}  // namespace host::hid

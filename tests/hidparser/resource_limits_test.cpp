@@ -1,0 +1,205 @@
+// Parsing cost stays bounded by the descriptor's size: a 64 KiB descriptor
+// never needs more than a few MiB, and a short descriptor with huge usage
+// ranges or counts never expands them. Heap use is measured by replacing
+// operator new in this test program.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "host/hidparser/descriptor_builder.h"
+#include "test_support.h"
+
+namespace {
+
+std::atomic<std::size_t> liveBytes{0};
+std::atomic<std::size_t> peakBytes{0};
+
+// Size is stored in front of each block; 16 bytes keep the alignment.
+constexpr std::size_t kPrefix = 16;
+
+void* CountedAlloc(std::size_t size)
+{
+    auto* raw = static_cast<unsigned char*>(std::malloc(size + kPrefix));
+    if (raw == nullptr) return nullptr;
+    *reinterpret_cast<std::size_t*>(raw) = size;
+    const std::size_t live = liveBytes.fetch_add(size, std::memory_order_relaxed) + size;
+    std::size_t peak = peakBytes.load(std::memory_order_relaxed);
+    while (live > peak && !peakBytes.compare_exchange_weak(peak, live, std::memory_order_relaxed)) {
+    }
+    return raw + kPrefix;
+}
+
+void CountedFree(void* block)
+{
+    if (block == nullptr) return;
+    auto* raw = static_cast<unsigned char*>(block) - kPrefix;
+    liveBytes.fetch_sub(*reinterpret_cast<std::size_t*>(raw), std::memory_order_relaxed);
+    std::free(raw);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    if (void* block = CountedAlloc(size)) return block;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return CountedAlloc(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return CountedAlloc(size);
+}
+void operator delete(void* block) noexcept
+{
+    CountedFree(block);
+}
+void operator delete[](void* block) noexcept
+{
+    CountedFree(block);
+}
+void operator delete(void* block, std::size_t) noexcept
+{
+    CountedFree(block);
+}
+void operator delete[](void* block, std::size_t) noexcept
+{
+    CountedFree(block);
+}
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+struct Cost {
+    bool parsed = false;
+    std::size_t peakHeap = 0;  // above what was live before the parse
+    std::size_t blobBytes = 0;
+};
+
+Cost MeasureParse(const std::vector<std::uint8_t>& descriptor)
+{
+    Cost cost;
+    std::vector<PreparsedBlob> blobs;
+    ParseError error;
+    const std::size_t before = liveBytes.load();
+    peakBytes.store(before);
+    cost.parsed = ParseReportDescriptor(descriptor, blobs, error);
+    cost.peakHeap = peakBytes.load() - before;
+    for (const PreparsedBlob& blob : blobs) cost.blobBytes += blob.size();
+    return cost;
+}
+
+constexpr std::size_t k64KiB = 64 * 1024;
+constexpr std::size_t kFewMiB = 6 * 1024 * 1024;
+
+// Value fields with usages, 5 bytes each, over as many report IDs as needed.
+std::vector<std::uint8_t> ManyValueFields(std::size_t bytes)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application);
+    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(1).ReportId(1);
+    std::uint32_t id = 1;
+    std::size_t inReport = 0;
+    while (b.Bytes().size() + 8 < bytes) {
+        if (++inReport == 4000) {
+            b.ReportId(++id);
+            inReport = 0;
+        }
+        b.Usage(static_cast<std::uint16_t>(0x400 + inReport)).Input(main_item::kDataVarAbs);
+    }
+    b.EndCollection();
+    return b.Build();
+}
+
+TEST(ResourceLimits, SixtyFourKiBOfValueFields)
+{
+    const auto descriptor = ManyValueFields(k64KiB);
+    ASSERT_GE(descriptor.size(), k64KiB - 8);
+    const Cost cost = MeasureParse(descriptor);
+    RecordProperty("peak_heap_bytes", std::to_string(cost.peakHeap));
+    RecordProperty("blob_bytes", std::to_string(cost.blobBytes));
+    EXPECT_TRUE(cost.parsed);
+    EXPECT_LT(cost.peakHeap, kFewMiB);
+    EXPECT_LT(cost.blobBytes, 2 * 1024 * 1024);
+}
+
+TEST(ResourceLimits, SixtyFourKiBOfUsagesPerMainItemAndRanges)
+{
+    // Each main item takes 1000 usage ranges of 0..0xFFFF: nothing is expanded.
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(8);
+    while (b.Bytes().size() < k64KiB) {
+        for (int i = 0; i < 50; ++i) b.UsageMinimum(0).UsageMaximum(0xFFFF);
+        b.Input(main_item::kDataVarAbs | main_item::kConstant);
+    }
+    b.EndCollection();
+    const Cost cost = MeasureParse(b.Build());
+    EXPECT_LT(cost.peakHeap, kFewMiB);
+}
+
+TEST(ResourceLimits, SixtyFourKiBOfCollectionsIsRefusedCheaply)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
+    while (b.Bytes().size() < k64KiB) b.Collection(CollectionType::Logical).EndCollection();
+    b.EndCollection();
+    const Cost cost = MeasureParse(b.Build());
+    EXPECT_FALSE(cost.parsed);  // more than 16384 collections
+    EXPECT_LT(cost.peakHeap, kFewMiB);
+}
+
+TEST(ResourceLimits, SixtyFourKiBOfGlobalItems)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
+    while (b.Bytes().size() < k64KiB) b.ReportSize(8).LogicalMaximum(1000).Push().Pop();
+    b.EndCollection();
+    const Cost cost = MeasureParse(b.Build());
+    EXPECT_TRUE(cost.parsed);
+    EXPECT_LT(cost.peakHeap, 64 * 1024);
+}
+
+TEST(ResourceLimits, HugeUsageRangeIsNeverExpanded)
+{
+    // 23 bytes: usages 0..0xFFFF over 32760 one-bit buttons.
+    const auto buttons = Hex("05 09 09 01 A1 01 19 00 2A FF FF 15 00 25 01 75 01 96 F8 7F 81 02 C0");
+    Cost cost = MeasureParse(buttons);
+    ASSERT_TRUE(cost.parsed);
+    EXPECT_LT(cost.peakHeap, 64 * 1024);
+    PreparsedBlob blob = ParseSingle(buttons);
+    const auto caps = ButtonCaps(blob, HidP_Input);
+    ASSERT_EQ(caps.size(), 1u);
+    EXPECT_EQ(caps[0].ReportCount, 32760);
+    EXPECT_EQ(caps[0].Range.UsageMax, 0xFFFF);
+    EXPECT_EQ(Caps(blob).InputReportByteLength, 4096);
+
+    // An array of 0..0xFFFE: 65535 data indices, still one capability.
+    const auto array = Hex("05 07 09 06 A1 01 19 00 2A FE FF 15 00 26 FE FF 75 10 95 01 81 00 C0");
+    cost = MeasureParse(array);
+    ASSERT_TRUE(cost.parsed);
+    EXPECT_LT(cost.peakHeap, 64 * 1024);
+    PreparsedBlob arrayBlob = ParseSingle(array);
+    EXPECT_EQ(Caps(arrayBlob).NumberInputDataIndices, 0xFFFF);
+
+    // Looking a usage up at the top of the range costs no expansion either.
+    std::vector<CHAR> report = {0, static_cast<CHAR>(0xFE), static_cast<CHAR>(0xFF)};
+    USAGE usage = 0;
+    ULONG length = 1;
+    ASSERT_EQ(HidP_GetUsages(HidP_Input, 0x07, 0, &usage, &length, Preparsed(arrayBlob), report.data(), 3),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(usage, 0xFFFE);
+}
+
+}  // namespace
+}  // namespace host::hid

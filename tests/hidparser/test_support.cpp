@@ -1,0 +1,126 @@
+#include "test_support.h"
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "host/hidparser/descriptor_text.h"
+
+namespace host::hid::test {
+
+std::vector<std::uint8_t> Hex(const std::string& text)
+{
+    std::vector<std::uint8_t> bytes;
+    std::string error;
+    EXPECT_TRUE(ParseHexDescriptor(text, bytes, error)) << error;
+    return bytes;
+}
+
+std::vector<std::uint8_t> LoadDescriptor(const std::string& name)
+{
+    const std::string path = std::string(HIDPARSER_TEST_DATA_DIR) + "/" + name + ".hex";
+    std::ifstream file(path);
+    EXPECT_TRUE(file.good()) << "cannot read " << path;
+    std::stringstream text;
+    text << file.rdbuf();
+    return Hex(text.str());
+}
+
+std::vector<PreparsedBlob> ParseOk(const std::vector<std::uint8_t>& descriptor)
+{
+    std::vector<PreparsedBlob> blobs;
+    ParseError error;
+    EXPECT_TRUE(ParseReportDescriptor(descriptor, blobs, error)) << FormatParseError(error);
+    return blobs;
+}
+
+PreparsedBlob ParseSingle(const std::vector<std::uint8_t>& descriptor)
+{
+    std::vector<PreparsedBlob> blobs = ParseOk(descriptor);
+    EXPECT_EQ(blobs.size(), 1u);
+    return blobs.empty() ? PreparsedBlob{} : blobs.front();
+}
+
+ParseError ParseFails(const std::vector<std::uint8_t>& descriptor)
+{
+    std::vector<PreparsedBlob> blobs;
+    ParseError error;
+    EXPECT_FALSE(ParseReportDescriptor(descriptor, blobs, error));
+    EXPECT_TRUE(blobs.empty());
+    return error;
+}
+
+HIDP_CAPS Caps(PreparsedBlob& blob)
+{
+    HIDP_CAPS caps{};
+    EXPECT_EQ(HidP_GetCaps(Preparsed(blob), &caps), HIDP_STATUS_SUCCESS);
+    return caps;
+}
+
+std::vector<HIDP_LINK_COLLECTION_NODE> Nodes(PreparsedBlob& blob)
+{
+    std::vector<HIDP_LINK_COLLECTION_NODE> nodes(Caps(blob).NumberLinkCollectionNodes);
+    ULONG length = static_cast<ULONG>(nodes.size());
+    EXPECT_EQ(HidP_GetLinkCollectionNodes(nodes.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(length, nodes.size());
+    return nodes;
+}
+
+namespace {
+
+USHORT ValueCapCount(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
+{
+    switch (type) {
+    case HidP_Input: return caps.NumberInputValueCaps;
+    case HidP_Output: return caps.NumberOutputValueCaps;
+    default: return caps.NumberFeatureValueCaps;
+    }
+}
+
+USHORT ButtonCapCount(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
+{
+    switch (type) {
+    case HidP_Input: return caps.NumberInputButtonCaps;
+    case HidP_Output: return caps.NumberOutputButtonCaps;
+    default: return caps.NumberFeatureButtonCaps;
+    }
+}
+
+USHORT ReportLength(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
+{
+    switch (type) {
+    case HidP_Input: return caps.InputReportByteLength;
+    case HidP_Output: return caps.OutputReportByteLength;
+    default: return caps.FeatureReportByteLength;
+    }
+}
+
+}  // namespace
+
+std::vector<HIDP_VALUE_CAPS> ValueCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
+{
+    USHORT length = ValueCapCount(Caps(blob), type);
+    std::vector<HIDP_VALUE_CAPS> caps(length);
+    EXPECT_EQ(HidP_GetValueCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(length, caps.size());
+    return caps;
+}
+
+std::vector<HIDP_BUTTON_CAPS> ButtonCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
+{
+    USHORT length = ButtonCapCount(Caps(blob), type);
+    std::vector<HIDP_BUTTON_CAPS> caps(length);
+    EXPECT_EQ(HidP_GetButtonCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(length, caps.size());
+    return caps;
+}
+
+std::vector<CHAR> EmptyReport(PreparsedBlob& blob, HIDP_REPORT_TYPE type, std::uint8_t reportId)
+{
+    std::vector<CHAR> report(ReportLength(Caps(blob), type), 0);
+    if (!report.empty()) report[0] = static_cast<CHAR>(reportId);
+    return report;
+}
+
+}  // namespace host::hid::test

@@ -1,0 +1,40 @@
+// Shared helpers of the HID parser tests: descriptors from tests/data, parsing
+// that must succeed, and the capability lists of a blob.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/hidparser/report_descriptor_parser.h"
+#include "platform/hidpi.h"
+
+namespace host::hid::test {
+
+// Bytes of tests/data/<name>.hex; fails the test when unreadable.
+std::vector<std::uint8_t> LoadDescriptor(const std::string& name);
+
+// Parses and expects success; the blobs of all top-level collections.
+std::vector<PreparsedBlob> ParseOk(const std::vector<std::uint8_t>& descriptor);
+// The only top-level collection; expects exactly one.
+PreparsedBlob ParseSingle(const std::vector<std::uint8_t>& descriptor);
+// Parses and expects failure; the error.
+ParseError ParseFails(const std::vector<std::uint8_t>& descriptor);
+
+inline PHIDP_PREPARSED_DATA Preparsed(PreparsedBlob& blob)
+{
+    return reinterpret_cast<PHIDP_PREPARSED_DATA>(blob.data());
+}
+
+HIDP_CAPS Caps(PreparsedBlob& blob);
+std::vector<HIDP_LINK_COLLECTION_NODE> Nodes(PreparsedBlob& blob);
+std::vector<HIDP_VALUE_CAPS> ValueCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type);
+std::vector<HIDP_BUTTON_CAPS> ButtonCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type);
+
+// A zeroed report buffer of the collection's length for that type, byte 0 = reportId.
+std::vector<CHAR> EmptyReport(PreparsedBlob& blob, HIDP_REPORT_TYPE type, std::uint8_t reportId);
+
+// "05 20 09 E1" -> bytes; fails the test on bad text.
+std::vector<std::uint8_t> Hex(const std::string& text);
+
+}  // namespace host::hid::test

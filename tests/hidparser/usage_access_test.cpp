@@ -1,0 +1,229 @@
+// HidP_GetUsages, HidP_SetUsages and HidP_UnsetUsages over sensor selectors
+// (Array fields) and keyboard-style buttons.
+#include <gtest/gtest.h>
+
+#include "host/hidparser/descriptor_builder.h"
+#include "host/hidparser/sensor_descriptor.h"
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+std::vector<USAGE> GetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link,
+                             std::vector<CHAR>& report, NTSTATUS expected = HIDP_STATUS_SUCCESS)
+{
+    std::vector<USAGE> usages(16, 0);
+    ULONG length = static_cast<ULONG>(usages.size());
+    EXPECT_EQ(HidP_GetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                             static_cast<ULONG>(report.size())),
+              expected);
+    usages.resize(expected == HIDP_STATUS_SUCCESS ? length : 0);
+    return usages;
+}
+
+NTSTATUS SetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
+                   std::vector<CHAR>& report, ULONG* done = nullptr)
+{
+    ULONG length = static_cast<ULONG>(usages.size());
+    const NTSTATUS status = HidP_SetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                                           static_cast<ULONG>(report.size()));
+    if (done) *done = length;
+    return status;
+}
+
+NTSTATUS UnsetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
+                     std::vector<CHAR>& report, ULONG* done = nullptr)
+{
+    ULONG length = static_cast<ULONG>(usages.size());
+    const NTSTATUS status = HidP_UnsetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                                             static_cast<ULONG>(report.size()));
+    if (done) *done = length;
+    return status;
+}
+
+// hutrr39-accel3 feature report: connection type, reporting state, power state
+// and sensor state selectors in nodes 1..4, one byte each, after byte 0.
+class SensorSelectors : public testing::Test {
+protected:
+    void SetUp() override { blob_ = ParseSingle(LoadDescriptor("hutrr39-accel3")); }
+    PreparsedBlob blob_;
+};
+
+TEST_F(SensorSelectors, SlotValuesNameSelectorsFromLogicalMinimum)
+{
+    std::vector<CHAR> report = EmptyReport(blob_, HidP_Feature, 0);
+    report[1] = 1;  // 0x831
+    report[2] = 2;  // 0x842
+    report[3] = 1;  // 0x851
+    report[4] = 6;  // 0x806
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x831, 0x842, 0x851, 0x806}));
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 2, report), (std::vector<USAGE>{0x842}));
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 4, report), (std::vector<USAGE>{0x806}));
+
+    // Value 0 is the first selector; a value past Logical Maximum names none.
+    report[1] = 0;
+    report[2] = 6;
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 1, report), (std::vector<USAGE>{0x830}));
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 2, report), (std::vector<USAGE>{}));
+}
+
+TEST_F(SensorSelectors, ReplaceTheReportingStateAsTheDriverDoes)
+{
+    std::vector<CHAR> report = EmptyReport(blob_, HidP_Feature, 0);
+    report[3] = 1;  // power state 0x851
+    std::vector<USAGE> current = GetUsages(blob_, HidP_Feature, 0x20, 2, report);
+    ASSERT_EQ(current, (std::vector<USAGE>{0x840}));
+    ASSERT_EQ(UnsetUsages(blob_, HidP_Feature, 0x20, 2, current, report), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 2, {0x841}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[2], 1);
+    EXPECT_EQ(GetUsages(blob_, HidP_Feature, 0x20, 2, report), (std::vector<USAGE>{0x841}));
+
+    // Power: 0x851 -> 0x852.
+    ASSERT_EQ(UnsetUsages(blob_, HidP_Feature, 0x20, 3, {0x851}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[3], 0);
+    ASSERT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 3, {0x852}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[3], 2);
+    EXPECT_EQ(report[1], 0);  // other selectors untouched
+    EXPECT_EQ(report[4], 0);
+}
+
+TEST_F(SensorSelectors, FullArrayAndMissingUsages)
+{
+    std::vector<CHAR> report = EmptyReport(blob_, HidP_Feature, 0);
+    ASSERT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 2, {0x844}, report), HIDP_STATUS_SUCCESS);
+    // Setting what is already there changes nothing.
+    EXPECT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 2, {0x844}, report), HIDP_STATUS_SUCCESS);
+    ULONG done = 99;
+    EXPECT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 2, {0x845}, report, &done), HIDP_STATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(done, 0u);
+    EXPECT_EQ(report[2], 4);
+
+    EXPECT_EQ(UnsetUsages(blob_, HidP_Feature, 0x20, 2, {0x843}, report, &done), HIDP_STATUS_BUTTON_NOT_PRESSED);
+    EXPECT_EQ(done, 0u);
+    EXPECT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 2, {0x851}, report, &done), HIDP_STATUS_USAGE_NOT_FOUND);
+    EXPECT_EQ(SetUsages(blob_, HidP_Feature, 0x20, 0, {0x851, 0x846}, report, &done), HIDP_STATUS_USAGE_NOT_FOUND);
+    EXPECT_EQ(done, 1u);  // the first usage went in
+    EXPECT_EQ(report[3], 1);
+    EXPECT_EQ(SetUsages(blob_, HidP_Feature, 0x09, 0, {0x01}, report), HIDP_STATUS_USAGE_NOT_FOUND);
+}
+
+TEST_F(SensorSelectors, ShortUsageListReportsTheNeededLength)
+{
+    std::vector<CHAR> report = EmptyReport(blob_, HidP_Feature, 0);
+    USAGE usages[2] = {};
+    ULONG length = 2;
+    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, usages, &length, Preparsed(blob_), report.data(),
+                             static_cast<ULONG>(report.size())),
+              HIDP_STATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 4u);
+    EXPECT_EQ(usages[0], 0x830);
+    EXPECT_EQ(usages[1], 0x840);
+    length = 0;
+    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, nullptr, &length, Preparsed(blob_), report.data(),
+                             static_cast<ULONG>(report.size())),
+              HIDP_STATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 4u);
+}
+
+TEST(SelectorsOfSeveralSensors, ReportIdAndLinkCollectionPickTheSensor)
+{
+    const sensor::SensorSpec spec = sensor::CustomSensor(8, {sensor::CustomValue(1)});
+    PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({spec, spec}, 4));
+    // Node order: 1 sensor A, 2 reporting, 3 power, 4 state, 5 event, 6 sensor B, 7 reporting, ...
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 5);
+    report[1] = 1;  // sensor state 0x801
+    report[2] = 3;  // sensor event 0x813
+    EXPECT_EQ(GetUsages(blob, HidP_Input, 0x20, 0, report), (std::vector<USAGE>{0x801, 0x813}));
+    EXPECT_EQ(GetUsages(blob, HidP_Input, 0x20, 9, report), (std::vector<USAGE>{0x801}));
+    GetUsages(blob, HidP_Input, 0x20, 4, report, HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    GetUsages(blob, HidP_Input, 0x20, 2, report, HIDP_STATUS_USAGE_NOT_FOUND);  // feature-only selector
+
+    std::vector<CHAR> feature = EmptyReport(blob, HidP_Feature, 0);
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 7, {sensor::kReportingAllEvents}, feature), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(feature[0], 5);  // written into a zeroed report: the field's report ID
+    EXPECT_EQ(feature[1], 1);
+    ULONG done = 0;
+    EXPECT_EQ(UnsetUsages(blob, HidP_Feature, 0x20, 2, {sensor::kReportingAllEvents}, feature, &done),
+              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+}
+
+TEST(SelectorWithLogicalMinimumOne, ZeroIsAnEmptySlot)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application);
+    b.Usage(0x316).LogicalMinimum(1).LogicalMaximum(6).ReportSize(8).ReportCount(1).Collection(CollectionType::Logical);
+    b.UsageMinimum(0x840).UsageMaximum(0x845).Feature(main_item::kDataArrayAbs).EndCollection();
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto buttons = ButtonCaps(blob, HidP_Feature);
+    ASSERT_EQ(buttons.size(), 1u);
+    EXPECT_TRUE(buttons[0].IsRange);
+    EXPECT_EQ(buttons[0].Range.DataIndexMax, 5);
+
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Feature, 0);
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 1, report), (std::vector<USAGE>{}));
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 1, {0x840}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[1], 1);
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 1, report), (std::vector<USAGE>{0x840}));
+    ASSERT_EQ(UnsetUsages(blob, HidP_Feature, 0x20, 1, {0x840}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[1], 0);
+}
+
+TEST(OneBitSelectors, HeadTrackerReportingAndPowerState)
+{
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("android-headtracker-v2-le"));
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Feature, 1);
+    // Feature report 1: reporting (1 bit), power (1 bit), interval (6 bits), vendor (1 bit), pad (1 bit).
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x840, 0x855, 0xF800}));
+    ASSERT_EQ(UnsetUsages(blob, HidP_Feature, 0x20, 1, {0x840}, report), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 1, {0x841}, report), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 2, {0x851}, report), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 3, {0xF801}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 0x03);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[2]), 0x01);
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x841, 0x851, 0xF801}));
+
+    ULONG interval = 0;
+    ASSERT_EQ(HidP_SetUsageValue(HidP_Feature, 0x20, 0, 0x30E, 50, Preparsed(blob), report.data(),
+                                 static_cast<ULONG>(report.size())),
+              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Feature, 0x20, 0, 0x30E, &interval, Preparsed(blob), report.data(),
+                                 static_cast<ULONG>(report.size())),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(interval, 50u);
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x841, 0x851, 0xF801}));
+}
+
+TEST(KeyboardButtons, ModifierBitsAndKeyArray)
+{
+    std::vector<PreparsedBlob> blobs = ParseOk(LoadDescriptor("hutrr39-col2"));
+    PreparsedBlob& keyboard = blobs[0];
+    std::vector<CHAR> report = EmptyReport(keyboard, HidP_Input, 3);
+    ASSERT_EQ(report.size(), 12u);
+
+    ASSERT_EQ(SetUsages(keyboard, HidP_Input, 0x07, 0, {0xE1, 0xE4}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 0x12);
+    std::vector<USAGE> keys;
+    for (USAGE key = 0x04; key < 0x04 + 10; ++key) keys.push_back(key);
+    ASSERT_EQ(SetUsages(keyboard, HidP_Input, 0x07, 0, keys, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[2], 0x04);
+    EXPECT_EQ(report[11], 0x0D);
+    ULONG done = 0;
+    EXPECT_EQ(SetUsages(keyboard, HidP_Input, 0x07, 0, {0x2C}, report, &done), HIDP_STATUS_BUFFER_TOO_SMALL);
+
+    std::vector<USAGE> expected = {0xE1, 0xE4};
+    expected.insert(expected.end(), keys.begin(), keys.end());
+    EXPECT_EQ(GetUsages(keyboard, HidP_Input, 0x07, 0, report), expected);
+
+    ASSERT_EQ(UnsetUsages(keyboard, HidP_Input, 0x07, 0, {0x06, 0xE1}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[4], 0);  // key slot freed: usage 0 ("no event") is never reported
+    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 0x10);
+    EXPECT_EQ(UnsetUsages(keyboard, HidP_Input, 0x07, 0, {0xE1}, report), HIDP_STATUS_BUTTON_NOT_PRESSED);
+    ASSERT_EQ(SetUsages(keyboard, HidP_Input, 0x07, 0, {0x2C}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[4], 0x2C);
+}
+
+}  // namespace
+}  // namespace host::hid

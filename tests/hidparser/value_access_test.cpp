@@ -1,0 +1,350 @@
+// HidP_Get/SetUsageValue and the array forms: every bit size at several bit
+// offsets, signed values, multi-byte arrays, and the choice of field by the
+// report ID in byte 0.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "host/hidparser/descriptor_builder.h"
+#include "host/hidparser/sensor_descriptor.h"
+#include "test_support.h"
+
+namespace host::hid {
+namespace {
+
+using namespace test;
+
+// Reference bit writer, one bit at a time: HID puts bit 0 of a field at the
+// lowest free bit of the lowest byte.
+void PutBits(std::vector<CHAR>& report, std::size_t bitOffset, unsigned bitSize, std::uint64_t value)
+{
+    for (unsigned i = 0; i < bitSize; ++i) {
+        const std::size_t bit = bitOffset + i;
+        auto byte = static_cast<std::uint8_t>(report[bit / 8]);
+        if ((value >> i) & 1)
+            byte = static_cast<std::uint8_t>(byte | (1u << (bit % 8)));
+        else
+            byte = static_cast<std::uint8_t>(byte & ~(1u << (bit % 8)));
+        report[bit / 8] = static_cast<CHAR>(byte);
+    }
+}
+
+// Padding of `padBits`, the field under test (usage 0x10, bitSize bits,
+// signed range), then an 8-bit neighbour (usage 0x11).
+std::vector<std::uint8_t> FieldAt(unsigned padBits, unsigned bitSize)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application).ReportId(9);
+    if (padBits != 0) b.ReportSize(padBits).ReportCount(1).Input(main_item::kConstant);
+    const std::int64_t half = std::int64_t{1} << (bitSize - 1);
+    b.Usage(0x10).LogicalMinimum(-half).LogicalMaximum(half - 1).ReportSize(bitSize).ReportCount(1);
+    b.Input(main_item::kDataVarAbs);
+    b.Usage(0x11).LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).Input(main_item::kDataVarAbs);
+    b.EndCollection();
+    return b.Build();
+}
+
+TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
+{
+    for (unsigned bitSize = 1; bitSize <= 32; ++bitSize) {
+        for (unsigned pad : {0u, 1u, 3u, 7u, 9u, 13u}) {
+            SCOPED_TRACE("bit size " + std::to_string(bitSize) + ", offset " + std::to_string(pad));
+            PreparsedBlob blob = ParseSingle(FieldAt(pad, bitSize));
+            ASSERT_EQ(ValueCaps(blob, HidP_Input).size(), 2u);
+            std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 9);
+            const auto length = static_cast<ULONG>(report.size());
+            ASSERT_EQ(length, 1 + (pad + bitSize + 8 + 7) / 8);
+
+            const std::uint64_t mask = (std::uint64_t{1} << bitSize) - 1;
+            for (std::uint64_t pattern : {0xFFFFFFFFull, 0xA5C3E187ull, 0x12345678ull, 1ull, 0ull}) {
+                const auto value = static_cast<ULONG>(pattern & mask);
+                ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x11, 0x5A, Preparsed(blob), report.data(), length),
+                          HIDP_STATUS_SUCCESS);
+                ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(pattern), Preparsed(blob),
+                                             report.data(), length),
+                          HIDP_STATUS_SUCCESS);
+
+                std::vector<CHAR> expected(length, 0);
+                expected[0] = 9;
+                PutBits(expected, 8 + pad, bitSize, value);
+                PutBits(expected, 8 + pad + bitSize, 8, 0x5A);
+                EXPECT_EQ(report, expected);
+
+                ULONG read = ~value;
+                ASSERT_EQ(
+                    HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &read, Preparsed(blob), report.data(), length),
+                    HIDP_STATUS_SUCCESS);
+                EXPECT_EQ(read, value);
+                ASSERT_EQ(
+                    HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &read, Preparsed(blob), report.data(), length),
+                    HIDP_STATUS_SUCCESS);
+                EXPECT_EQ(read, 0x5Au);
+            }
+        }
+    }
+}
+
+TEST(ValueAccess, SignedValuesComeBackRaw)
+{
+    // -5 in a 12-bit field is 0xFFB; the caller sign-extends by LogicalMin.
+    PreparsedBlob blob = ParseSingle(FieldAt(3, 12));
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 9);
+    const auto length = static_cast<ULONG>(report.size());
+    ASSERT_EQ(
+        HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(-5), Preparsed(blob), report.data(), length),
+        HIDP_STATUS_SUCCESS);
+    ULONG raw = 0;
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &raw, Preparsed(blob), report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(raw, 0xFFBu);
+    EXPECT_EQ(ValueCaps(blob, HidP_Input)[0].LogicalMin, -2048);
+}
+
+TEST(ValueAccess, Utf16StringProperty)
+{
+    sensor::SensorSpec spec = sensor::CustomSensor(32, {sensor::CustomValue(1)});
+    spec.reportId = 2;
+    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(spec));
+    const auto features = ValueCaps(blob, HidP_Feature);
+    ASSERT_EQ(features.size(), 2u);
+    EXPECT_EQ(features[1].NotRange.Usage, sensor::kDescription);
+    EXPECT_EQ(features[1].BitSize, 16);
+    EXPECT_EQ(features[1].ReportCount, 32);
+
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Feature, 2);
+    const auto length = static_cast<ULONG>(report.size());
+    std::u16string text = u"0x232";
+    text.resize(32);
+    ASSERT_EQ(HidP_SetUsageValueArray(HidP_Feature, 0x20, 0, sensor::kDescription, reinterpret_cast<CHAR*>(text.data()),
+                                      64, Preparsed(blob), report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    // Feature report: ID, reporting and power selectors, 32-bit interval, then the string.
+    EXPECT_EQ(report[7], '0');
+    EXPECT_EQ(report[8], 0);
+    EXPECT_EQ(report[9], 'x');
+
+    char buffer[128];
+    std::memset(buffer, 0x7E, sizeof buffer);
+    ASSERT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, sensor::kDescription, buffer, sizeof buffer,
+                                      Preparsed(blob), report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(std::memcmp(buffer, text.data(), 64), 0);
+    EXPECT_EQ(buffer[64], 0x7E);  // nothing written past the array
+    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, sensor::kDescription, buffer, 63, Preparsed(blob),
+                                      report.data(), length),
+              HIDP_STATUS_BUFFER_TOO_SMALL);
+
+    ULONG single = 0;
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Feature, 0x20, 0, sensor::kDescription, &single, Preparsed(blob), report.data(),
+                                 length),
+              HIDP_STATUS_IS_VALUE_ARRAY);
+    EXPECT_EQ(
+        HidP_SetUsageValue(HidP_Feature, 0x20, 0, sensor::kDescription, 1, Preparsed(blob), report.data(), length),
+        HIDP_STATUS_IS_VALUE_ARRAY);
+    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, sensor::kReportInterval, buffer, sizeof buffer,
+                                      Preparsed(blob), report.data(), length),
+              HIDP_STATUS_NOT_VALUE_ARRAY);
+}
+
+TEST(ValueAccess, ArraysOfUnalignedElements)
+{
+    // Three 5-bit elements starting at bit 3 of the data.
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
+    b.ReportSize(3).ReportCount(1).Input(main_item::kConstant);
+    b.Usage(0x20).LogicalMinimum(0).LogicalMaximum(31).ReportSize(5).ReportCount(3).Input(main_item::kDataVarAbs);
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
+    ASSERT_EQ(report.size(), 1u + 3u);
+    const auto length = static_cast<ULONG>(report.size());
+
+    // Packed source: 0x11, 0x0A, 0x1F at bits 0, 5, 10.
+    std::vector<CHAR> packed(2, 0);
+    PutBits(packed, 0, 5, 0x11);
+    PutBits(packed, 5, 5, 0x0A);
+    PutBits(packed, 10, 5, 0x1F);
+    ASSERT_EQ(
+        HidP_SetUsageValueArray(HidP_Input, 0xFF00, 0, 0x20, packed.data(), 2, Preparsed(blob), report.data(), length),
+        HIDP_STATUS_SUCCESS);
+    std::vector<CHAR> expected(4, 0);
+    PutBits(expected, 11, 5, 0x11);
+    PutBits(expected, 16, 5, 0x0A);
+    PutBits(expected, 21, 5, 0x1F);
+    EXPECT_EQ(report, expected);
+
+    std::vector<CHAR> back(2, 0x55);
+    ASSERT_EQ(
+        HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x20, back.data(), 2, Preparsed(blob), report.data(), length),
+        HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<std::uint8_t>(back[0]), static_cast<std::uint8_t>(packed[0]));
+    EXPECT_EQ(static_cast<std::uint8_t>(back[1]) & 0x7F, static_cast<std::uint8_t>(packed[1]));
+    EXPECT_EQ(back[1] & 0x80, 0);  // spare bits of the last byte are cleared
+}
+
+TEST(ValueAccess, SeveralUsagesShareTheCount)
+{
+    // Two usages, Report Count 5: one element for the first, four for the last.
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
+    b.Usage(0x30).Usage(0x31).LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(5);
+    b.Feature(main_item::kDataVarAbs).EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto caps = ValueCaps(blob, HidP_Feature);
+    ASSERT_EQ(caps.size(), 2u);
+    EXPECT_EQ(caps[0].ReportCount, 1);
+    EXPECT_EQ(caps[1].ReportCount, 4);
+    EXPECT_EQ(caps[1].NotRange.DataIndex, 1);
+
+    std::vector<CHAR> report = {0, 1, 2, 3, 4, 5};
+    ULONG first = 0;
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Feature, 0xFF00, 0, 0x30, &first, Preparsed(blob), report.data(), 6),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(first, 1u);
+    char rest[4] = {};
+    ASSERT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0xFF00, 0, 0x31, rest, 4, Preparsed(blob), report.data(), 6),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(rest[0], 2);
+    EXPECT_EQ(rest[3], 5);
+}
+
+TEST(ValueAccess, UsageRangeGivesOneElementPerUsage)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
+    b.UsageMinimum(0x40).UsageMaximum(0x42).LogicalMinimum(0).LogicalMaximum(1000).ReportSize(16).ReportCount(3);
+    b.Input(main_item::kDataVarAbs).EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    const auto caps = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(caps.size(), 1u);
+    EXPECT_TRUE(caps[0].IsRange);
+    EXPECT_EQ(caps[0].Range.UsageMin, 0x40);
+    EXPECT_EQ(caps[0].Range.UsageMax, 0x42);
+    EXPECT_EQ(caps[0].Range.DataIndexMin, 0);
+    EXPECT_EQ(caps[0].Range.DataIndexMax, 2);
+    EXPECT_EQ(caps[0].ReportCount, 3);
+
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
+    const auto length = static_cast<ULONG>(report.size());
+    for (USAGE usage = 0x40; usage <= 0x42; ++usage)
+        ASSERT_EQ(
+            HidP_SetUsageValue(HidP_Input, 0xFF00, 0, usage, 100u + usage, Preparsed(blob), report.data(), length),
+            HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 100 + 0x40);
+    EXPECT_EQ(static_cast<std::uint8_t>(report[5]), 100 + 0x42);
+    ULONG value = 0;
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x41, &value, Preparsed(blob), report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 100u + 0x41);
+    char buffer[8];
+    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x41, buffer, 8, Preparsed(blob), report.data(), length),
+              HIDP_STATUS_NOT_VALUE_ARRAY);
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x43, &value, Preparsed(blob), report.data(), length),
+              HIDP_STATUS_USAGE_NOT_FOUND);
+}
+
+// Two custom sensors in one container use the same usages in reports 1 and 2
+// and in link collections of their own.
+class SameUsageInSeveralReports : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        const sensor::SensorSpec first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
+        const sensor::SensorSpec second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
+        blob_ = ParseSingle(sensor::BuildSensorContainer({first, second}));
+        const auto nodes = Nodes(blob_);
+        ASSERT_EQ(nodes.size(), 1u + 2u * 5u);
+        firstSensor_ = 1;
+        secondSensor_ = 6;
+        ASSERT_EQ(nodes[firstSensor_].LinkUsage, sensor::kCustomSensor);
+        ASSERT_EQ(nodes[secondSensor_].LinkUsage, sensor::kCustomSensor);
+        ASSERT_EQ(nodes[secondSensor_].Parent, 0);
+    }
+
+    NTSTATUS Get(USHORT link, std::uint8_t reportId, const std::vector<CHAR>& bytes, ULONG& value)
+    {
+        std::vector<CHAR> report = bytes;
+        report.resize(Caps(blob_).InputReportByteLength);
+        report[0] = static_cast<CHAR>(reportId);
+        return HidP_GetUsageValue(HidP_Input, 0x20, link, sensor::CustomValueUsage(1), &value, Preparsed(blob_),
+                                  report.data(), static_cast<ULONG>(report.size()));
+    }
+
+    PreparsedBlob blob_;
+    USHORT firstSensor_ = 0;
+    USHORT secondSensor_ = 0;
+};
+
+TEST_F(SameUsageInSeveralReports, ReportIdInByteZeroPicksTheField)
+{
+    // Input report: ID, state, event, then the custom values.
+    const std::vector<CHAR> bytes = {0, 0, 0, 0x34, 0x12};
+    ULONG value = 0;
+    ASSERT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 1, bytes, value), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 0x1234u);
+    ASSERT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 2, bytes, value), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 0x34u);  // the second sensor's value is 8 bits
+    ASSERT_EQ(Get(secondSensor_, 2, bytes, value), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 0x34u);
+}
+
+TEST_F(SameUsageInSeveralReports, LinkCollectionAndReportIdMustAgree)
+{
+    ULONG value = 0;
+    EXPECT_EQ(Get(firstSensor_, 2, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(Get(secondSensor_, 1, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 3, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(Get(HIDP_LINK_COLLECTION_ROOT, 1, {}, value), HIDP_STATUS_USAGE_NOT_FOUND);  // not in node 0
+    EXPECT_EQ(Get(firstSensor_ + 1, 1, {}, value), HIDP_STATUS_USAGE_NOT_FOUND);           // a selector's node
+}
+
+TEST_F(SameUsageInSeveralReports, SetOnAZeroedReportWritesTheReportId)
+{
+    std::vector<CHAR> report(Caps(blob_).InputReportByteLength, 0);
+    const auto length = static_cast<ULONG>(report.size());
+    ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, secondSensor_, sensor::CustomValueUsage(1), 0x7F, Preparsed(blob_),
+                                 report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[0], 2);
+    EXPECT_EQ(report[3], 0x7F);
+
+    // Unspecified link collection: the first field in descriptor order.
+    std::fill(report.begin(), report.end(), 0);
+    ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, sensor::CustomValueUsage(1), 0x7F, Preparsed(blob_),
+                                 report.data(), length),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(report[0], 1);
+
+    // Byte 0 already names another report.
+    report[0] = 2;
+    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, sensor::CustomValueUsage(2), 1, Preparsed(blob_), report.data(),
+                                 length),
+              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+}
+
+TEST(ValueAccess, SameUsageInTwoReportsOfOneCollection)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
+    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(1);
+    b.ReportId(1).Usage(0x10).Usage(0x11).ReportCount(2).Input(main_item::kDataVarAbs);
+    b.ReportId(2).Usage(0x11).ReportCount(1).Input(main_item::kDataVarAbs);
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    EXPECT_EQ(Caps(blob).InputReportByteLength, 3);
+    std::vector<CHAR> one = {1, 10, 11};
+    std::vector<CHAR> two = {2, 22, 0};
+    ULONG value = 0;
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &value, Preparsed(blob), one.data(), 3),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 11u);
+    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &value, Preparsed(blob), two.data(), 3),
+              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 22u);
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &value, Preparsed(blob), two.data(), 3),
+              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+}
+
+}  // namespace
+}  // namespace host::hid

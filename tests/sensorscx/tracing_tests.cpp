@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "host/sensorscx/tracing.h"
+#include "tests/sensorscx/fake_sensor_driver.h"
+
+namespace host::sensorscx::testing {
+namespace {
+
+constexpr GUID kControl = {0x06C6C767, 0x2179, 0x40E1, {0x8D, 0x39, 0x9C, 0xD5, 0x5A, 0xC6, 0xAB, 0xF8}};
+constexpr GUID kMessage = {0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
+
+// A provider's control block, as the driver's tracing keeps it.
+struct ControlBlock {
+    TRACEHANDLE logger = 0;
+    UCHAR level = 0;
+    ULONG flags = 0;
+    int calls = 0;
+};
+
+ULONG ControlCallback(WMIDPREQUESTCODE code, void* context, ULONG*, void* buffer)
+{
+    auto* block = static_cast<ControlBlock*>(context);
+    ++block->calls;
+    if (code == WMI_ENABLE_EVENTS) {
+        block->logger = GetTraceLoggerHandle(buffer);
+        block->level = GetTraceEnableLevel(block->logger);
+        block->flags = GetTraceEnableFlags(block->logger);
+    } else if (code == WMI_DISABLE_EVENTS) {
+        *block = ControlBlock{0, 0, 0, block->calls};
+    } else {
+        return ERROR_INVALID_PARAMETER;
+    }
+    return ERROR_SUCCESS;
+}
+
+class TracingTest : public LedgerTest {
+protected:
+    TRACEHANDLE Register(ControlBlock& block)
+    {
+        TRACE_GUID_REGISTRATION registration{&kControl, nullptr};
+        TRACEHANDLE handle = 0;
+        EXPECT_EQ(RegisterTraceGuidsW(ControlCallback, &block, &kControl, 1, &registration, nullptr, nullptr, &handle),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(ResourceLedger::Instance().Live(ResourceKind::TraceRegistration), 1);
+        return handle;
+    }
+
+    std::shared_ptr<tracing::MemoryTraceSink> sink_ = std::make_shared<tracing::MemoryTraceSink>();
+};
+
+TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallback)
+{
+    ControlBlock block;
+    const TRACEHANDLE registration = Register(block);
+    {
+        tracing::TraceSession session(sink_);
+        session.Enable(kControl, 4, 0x28);
+        EXPECT_EQ(block.level, 4);
+        EXPECT_EQ(block.flags, 0x28u);
+        EXPECT_EQ(block.logger, session.LoggerHandle(kControl));
+        EXPECT_NE(block.logger, 0u);
+
+        session.Enable(kControl, 5, 0x01);  // new level and flags reach the provider
+        EXPECT_EQ(block.level, 5);
+        EXPECT_EQ(block.flags, 0x01u);
+
+        session.Enable(kControl, 0, 0x3F);  // level 0 disables
+        EXPECT_EQ(block.logger, 0u);
+        EXPECT_EQ(block.level, 0);
+        session.Enable(kControl, 2, 0x20);
+    }
+    // The session's end disables what it still enabled.
+    EXPECT_EQ(block.logger, 0u);
+    EXPECT_EQ(block.calls, 5);
+    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
+    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(TracingTest, ProviderRegisteringLaterIsEnabledAtOnce)
+{
+    tracing::TraceSession session(sink_);
+    session.Enable(kControl, 3, 0x10);
+    ControlBlock block;
+    const TRACEHANDLE registration = Register(block);
+    EXPECT_EQ(block.level, 3);
+    EXPECT_EQ(block.flags, 0x10u);
+    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
+}
+
+TEST_F(TracingTest, MessagesRenderArgumentsBySize)
+{
+    ControlBlock block;
+    const TRACEHANDLE registration = Register(block);
+    tracing::TraceSession session(sink_);
+    session.Enable(kControl, 5, 0x3F);
+    const ULONG status = 0xC0000001;
+    const double interval = 2.5;
+    const char16_t name[] = u"HID \"Sensor\"";
+    EXPECT_EQ(TraceMessage(block.logger, 0x2B, &kMessage, 12, &status, sizeof(status), &interval,
+                           sizeof(interval), name, sizeof(name), nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(TraceMessage(block.logger, 0x2B, &kMessage, 13, nullptr), ERROR_SUCCESS);
+    const auto lines = sink_->Lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "{11111111-2222-3333-4444-555555555555} 12 0xC0000001 2.5 \"HID \\\"Sensor\\\"\"");
+    EXPECT_EQ(lines[1], "{11111111-2222-3333-4444-555555555555} 13");
+
+    const TRACEHANDLE stale = block.logger;
+    session.Disable(kControl);
+    EXPECT_NE(TraceMessage(stale, 0x2B, &kMessage, 14, nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(sink_->Lines().size(), 2u);
+    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
+}
+
+TEST_F(TracingTest, ForeignBuffersAndHandlesGiveNothing)
+{
+    int notABuffer = 0;
+    EXPECT_EQ(GetTraceLoggerHandle(&notABuffer), ~TRACEHANDLE{0});
+    EXPECT_EQ(GetTraceLoggerHandle(nullptr), ~TRACEHANDLE{0});
+    EXPECT_EQ(GetTraceEnableLevel(12345), 0);
+    EXPECT_EQ(GetTraceEnableFlags(12345), 0u);
+    TRACEHANDLE handle = 0;
+    EXPECT_EQ(RegisterTraceGuidsW(nullptr, nullptr, &kControl, 0, nullptr, nullptr, nullptr, &handle),
+              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ResourceLedger::Instance().Live(ResourceKind::TraceRegistration), 0);
+}
+
+}  // namespace
+}  // namespace host::sensorscx::testing

@@ -1,0 +1,24 @@
+// `hidsensor inspect`: parse a report descriptor and print what the HID parser
+// makes of each top-level collection.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace hidsensor {
+
+struct InspectOptions {
+    bool json = false;
+    bool binary = false;           // the file holds raw bytes, not hex text
+    long collection = -1;          // -1: every top-level collection
+};
+
+// Exit status: 0 printed, 2 unusable input (one line on `err` naming the byte
+// offset and the reason for a descriptor that does not parse).
+int InspectDescriptor(const std::vector<std::uint8_t>& descriptor, const InspectOptions& options,
+                      const std::string& sourceName, std::string& out, std::string& err);
+
+int RunInspect(const std::vector<std::string>& args, std::string& out, std::string& err);
+
+}  // namespace hidsensor
