@@ -65,18 +65,6 @@ bool ReadValueCaps(HidDevice& device, HIDP_REPORT_TYPE type, USHORT count,
     return true;
 }
 
-}  // namespace
-
-PCWSTR CustomSensorKindFriendlyText(CustomSensorKind kind) noexcept
-{
-    const auto index = static_cast<ULONG>(kind);
-    if (index >= sizeof(kFriendlyTextByKind) / sizeof(kFriendlyTextByKind[0]))
-        return kFriendlyTextByKind[static_cast<ULONG>(CustomSensorKind::Other)];
-    return kFriendlyTextByKind[index];
-}
-
-namespace {
-
 CustomSensorKind ClassifyFromFeatureReport(HidDevice* device, UCHAR sensorIndex, USHORT linkCollection)
 {
     CustomSensorKind result = CustomSensorKind::Other;
@@ -149,11 +137,18 @@ CustomSensorKind ClassifyFromFeatureReport(HidDevice* device, UCHAR sensorIndex,
             }
         }
     }
-    TRACE_INFO(static_cast<ULONG>(reportId), static_cast<ULONG>(result));
     return result;
 }
 
 }  // namespace
+
+PCWSTR CustomSensorKindFriendlyText(CustomSensorKind kind) noexcept
+{
+    const auto index = static_cast<ULONG>(kind);
+    if (index >= sizeof(kFriendlyTextByKind) / sizeof(kFriendlyTextByKind[0]))
+        return kFriendlyTextByKind[static_cast<ULONG>(CustomSensorKind::Other)];
+    return kFriendlyTextByKind[index];
+}
 
 CustomSensorKind ClassifyCustomCollection(HidDevice* device, UCHAR sensorIndex,
                                           USHORT linkCollection) noexcept

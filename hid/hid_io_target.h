@@ -42,8 +42,6 @@ public:
     static void OnReadComplete(WDFREQUEST request, WDFIOTARGET target,
                                PWDF_REQUEST_COMPLETION_PARAMS params, WDFCONTEXT context);
 
-    bool IsOpened() const noexcept { return Target != nullptr; }
-
 private:
     // A re-arm from the completion gives way to a Stop that came meanwhile;
     // SubmitRead starts reading again.

@@ -4,6 +4,7 @@
 // Targets: parsing <= 10 ns per descriptor byte; HidP_GetUsageValue < 15 ns.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -77,6 +78,25 @@ void BM_ParseSynthetic(benchmark::State& state)
     Parse(state, Synthetic(static_cast<std::size_t>(state.range(0)) * 1024));
 }
 BENCHMARK(BM_ParseSynthetic)->Arg(16)->Arg(32)->Arg(64)->Unit(benchmark::kMicrosecond);
+
+// A sensor container with as many custom sensors as fit in the size (at most
+// 252: one report ID each), as a large real device would state them.
+std::vector<std::uint8_t> SensorContainer(std::size_t bytes)
+{
+    std::vector<sensor::ValueField> values;
+    for (int k = 1; k <= 8; ++k) values.push_back(sensor::CustomValue(k, 16, -32767, 32767, -2));
+    const sensor::SensorSpec spec = sensor::CustomSensor(32, values);
+    const std::size_t perSensor = sensor::BuildSensorContainer({spec, spec}).size() -
+                                  sensor::BuildSensorContainer({spec}).size();
+    const std::size_t count = std::min<std::size_t>(bytes / perSensor, 252);
+    return sensor::BuildSensorContainer(std::vector<sensor::SensorSpec>(count, spec));
+}
+
+void BM_ParseSensorContainer(benchmark::State& state)
+{
+    Parse(state, SensorContainer(static_cast<std::size_t>(state.range(0)) * 1024));
+}
+BENCHMARK(BM_ParseSensorContainer)->Arg(16)->Arg(32)->Arg(64)->Unit(benchmark::kMicrosecond);
 
 // Two custom sensors in a container: the driver reads sensor 2's values with
 // its link collection and report ID 2.

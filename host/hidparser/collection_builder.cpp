@@ -29,6 +29,14 @@ std::uint32_t UsageSpan(const ResolvedUsage& usage)
     return std::uint32_t{usage.last} - usage.first + 1;
 }
 
+// A new zeroed element; the first one makes room for a typical sensor's worth.
+template <typename T>
+T& Append(std::vector<T>& list)
+{
+    if (list.empty()) list.reserve(16);
+    return list.emplace_back();
+}
+
 // The string or designator entry for the k-th capability of a main item: like
 // usages, the last entry serves every capability after it.
 const LocalIndex* IndexFor(std::span<const LocalIndex> list, std::size_t k)
@@ -113,7 +121,7 @@ bool CollectionBuilder::AddField(const MainField& field, std::size_t offset, Par
     }
     const std::uint32_t fieldBitOffset = 8 + placed;  // byte 0 is the report ID
     placed += static_cast<std::uint32_t>(bits);
-    collections_.back().reports[field.reportType].reportIds.set(field.reportId);
+    collections_.back().reports[field.reportType].reportIds.Insert(field.reportId);
 
     if (field.usages.empty()) return true;  // padding
     if (field.bitSize > limits::kMaxValueBitSize)
@@ -225,8 +233,7 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     record.arrayIndexBase = source.arrayIndexBase;
 
     if (source.isButton) {
-        HIDP_BUTTON_CAPS& cap = report.buttonCaps.emplace_back();
-        cap = HIDP_BUTTON_CAPS{};
+        HIDP_BUTTON_CAPS& cap = Append(report.buttonCaps);
         cap.UsagePage = usage.page;
         cap.ReportID = field.reportId;
         cap.BitField = field.flags;
@@ -239,10 +246,9 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
         cap.IsAbsolute = (field.flags & kMainRelative) == 0;
         cap.ReportCount = static_cast<USHORT>(source.reportCount);
         cap.Range = range;
-        report.buttonFields.push_back(record);
+        Append(report.buttonFields) = record;
     } else {
-        HIDP_VALUE_CAPS& cap = report.valueCaps.emplace_back();
-        cap = HIDP_VALUE_CAPS{};
+        HIDP_VALUE_CAPS& cap = Append(report.valueCaps);
         cap.UsagePage = usage.page;
         cap.ReportID = field.reportId;
         cap.BitField = field.flags;
@@ -263,7 +269,7 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
         cap.PhysicalMin = field.physicalMin;
         cap.PhysicalMax = field.physicalMax;
         cap.Range = range;
-        report.valueFields.push_back(record);
+        Append(report.valueFields) = record;
     }
     ++capabilityCount_;
     return true;
@@ -275,11 +281,9 @@ void CollectionBuilder::FinishReportLengths()
         for (std::size_t type = 0; type < preparsed::kReportTypeCount; ++type) {
             ReportTypeModel& report = model.reports[type];
             std::uint32_t longest = 0;
-            for (std::size_t id = 0; id < 256; ++id) {
-                if (!report.reportIds.test(id)) continue;
-                // A collection without report IDs still has byte 0 for ID 0.
-                longest = std::max(longest, 1 + (reportBits_[type][id] + 7) / 8);
-            }
+            // A collection without report IDs still has byte 0 for ID 0.
+            report.reportIds.ForEach(
+                [&](std::uint8_t id) { longest = std::max(longest, 1 + (reportBits_[type][id] + 7) / 8); });
             report.reportByteLength = static_cast<std::uint16_t>(longest);
         }
     }

@@ -5,7 +5,7 @@
 #pragma once
 
 #include <array>
-#include <bitset>
+#include <bit>
 #include <cstdint>
 #include <vector>
 
@@ -14,13 +14,31 @@
 
 namespace host::hid {
 
+// A set of report IDs that is cheap to walk.
+class ReportIdSet {
+public:
+    void Insert(std::uint8_t id) { words_[id / 64] |= std::uint64_t{1} << (id % 64); }
+
+    template <typename Visit>
+    void ForEach(Visit visit) const
+    {
+        for (std::size_t w = 0; w < 4; ++w) {
+            for (std::uint64_t bits = words_[w]; bits != 0; bits &= bits - 1)
+                visit(static_cast<std::uint8_t>(64 * w + static_cast<std::size_t>(std::countr_zero(bits))));
+        }
+    }
+
+private:
+    std::uint64_t words_[4] = {};
+};
+
 struct ReportTypeModel {
     std::vector<HIDP_VALUE_CAPS> valueCaps;
     std::vector<preparsed::FieldRecord> valueFields;  // one per value cap
     std::vector<HIDP_BUTTON_CAPS> buttonCaps;
     std::vector<preparsed::FieldRecord> buttonFields;  // one per button cap
     std::uint32_t dataIndexCount = 0;
-    std::bitset<256> reportIds;          // reports of this type the collection has items in
+    ReportIdSet reportIds;               // reports of this type the collection has items in
     std::uint16_t reportByteLength = 0;  // filled once the whole descriptor is read
 };
 

@@ -65,7 +65,7 @@ public:
     DescriptorBuilder& LogicalMaximum(std::int64_t value, ItemSize size = ItemSize::Shortest);
     DescriptorBuilder& PhysicalMinimum(std::int64_t value, ItemSize size = ItemSize::Shortest);
     DescriptorBuilder& PhysicalMaximum(std::int64_t value, ItemSize size = ItemSize::Shortest);
-    DescriptorBuilder& UnitExponent(int exponent);  // -8..7, written as the 4-bit code
+    DescriptorBuilder& UnitExponent(int exponent);  // -8..7, written as the 4-bit code (-2 -> 0x0E)
     DescriptorBuilder& Unit(std::uint32_t unit, ItemSize size = ItemSize::Shortest);
     DescriptorBuilder& ReportSize(std::uint32_t bits, ItemSize size = ItemSize::Shortest);
     DescriptorBuilder& ReportId(std::uint32_t id, ItemSize size = ItemSize::Shortest);

@@ -4,10 +4,10 @@
 //   also names any further bits).
 // - Array fields: each slot holds an index counted from Logical Minimum into
 //   the main item's usages; a value outside Logical Minimum..Maximum is an
-//   empty slot. Usage 0 is never reported. As on the platform, a slot holding
-//   0 counts as free for SetUsages, and UnsetUsages writes 0: a selector whose
-//   first usage has index 0 (Logical Minimum 0) reads back as that usage, and
-//   the next SetUsages overwrites it.
+//   empty slot. Usage 0 is never reported. A slot holding 0, the usual empty
+//   value, also counts as free for SetUsages, and UnsetUsages writes 0: a
+//   selector whose first usage has index 0 (Logical Minimum 0, as sensors
+//   declare them) reads back as that usage, and the next SetUsages replaces it.
 // - Byte 0 of the report picks the report, as for values (field_lookup.h).
 //   GetUsages and UnsetUsages need a field of that report ID; SetUsages on
 //   byte 0 == 0 writes the ID of the field it uses.
@@ -105,7 +105,7 @@ NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollectio
 NTSTATUS SetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
 {
     if (!IsArray(field)) {
-        InsertBits(report, length, field.bitOffset + (usage - field.usageMin), 1, 1);
+        InsertBits(report, length, field.bitOffset + (usage - field.usageMin) * field.bitSize, field.bitSize, 1);
         return HIDP_STATUS_SUCCESS;
     }
     const std::uint32_t wanted = ArrayValue(field, usage);
@@ -124,9 +124,9 @@ NTSTATUS SetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, US
 NTSTATUS UnsetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
 {
     if (!IsArray(field)) {
-        const std::uint32_t bit = field.bitOffset + (usage - field.usageMin);
-        if (ExtractBits(report, length, bit, 1) == 0) return HIDP_STATUS_BUTTON_NOT_PRESSED;
-        InsertBits(report, length, bit, 1, 0);
+        const std::uint32_t at = field.bitOffset + (usage - field.usageMin) * field.bitSize;
+        if (ExtractBits(report, length, at, field.bitSize) == 0) return HIDP_STATUS_BUTTON_NOT_PRESSED;
+        InsertBits(report, length, at, field.bitSize, 0);
         return HIDP_STATUS_SUCCESS;
     }
     const std::uint32_t wanted = ArrayValue(field, usage);

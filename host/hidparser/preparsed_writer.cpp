@@ -1,7 +1,6 @@
 #include "host/hidparser/preparsed_writer.h"
 
 #include <cstring>
-#include <utility>
 #include <vector>
 
 namespace host::hid {
@@ -28,15 +27,24 @@ std::uint8_t HashBitsFor(std::size_t keys)
     return bits;
 }
 
+// Scratch space reused for every report type of one blob.
+struct LookupScratch {
+    std::vector<FieldRecord> fields;
+    std::vector<std::uint16_t> heads;      // by slot: first record of a key
+    std::vector<std::uint16_t> chainTail;  // by chain head: last record so far
+};
+
 // Chains the single-usage value fields that share a (page, usage, report ID)
-// in descriptor order and enters the first of each chain in an
-// open-addressing table.
-std::vector<std::uint32_t> BuildValueLookup(std::vector<FieldRecord>& fields, std::uint8_t hashBits)
+// in descriptor order (nextSameKey) and writes the open-addressing table that
+// leads to the first of each chain.
+void BuildValueLookup(std::vector<FieldRecord>& fields, std::uint8_t hashBits, LookupScratch& scratch,
+                      std::uint8_t* table)
 {
     const std::size_t slots = std::size_t{1} << hashBits;
     const std::size_t mask = slots - 1;
-    std::vector<std::uint16_t> heads(slots, preparsed::kNoRecord);
-    std::vector<std::uint16_t> chainTail(fields.size(), preparsed::kNoRecord);  // by chain head
+    scratch.heads.assign(slots, preparsed::kNoRecord);
+    scratch.chainTail.assign(fields.size(), preparsed::kNoRecord);
+    std::vector<std::uint16_t>& heads = scratch.heads;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (!IsSingleUsage(fields[i])) continue;
         const std::uint64_t key = KeyOf(fields[i]);
@@ -45,27 +53,32 @@ std::vector<std::uint32_t> BuildValueLookup(std::vector<FieldRecord>& fields, st
         const auto index = static_cast<std::uint16_t>(i);
         if (heads[slot] == preparsed::kNoRecord) {
             heads[slot] = index;
-            chainTail[i] = index;
+            scratch.chainTail[i] = index;
         } else {
             const std::uint16_t head = heads[slot];
-            fields[chainTail[head]].nextSameKey = index;
-            chainTail[head] = index;
+            fields[scratch.chainTail[head]].nextSameKey = index;
+            scratch.chainTail[head] = index;
         }
     }
-    std::vector<std::uint32_t> table(slots);
-    for (std::size_t slot = 0; slot < slots; ++slot) table[slot] = preparsed::EncodeSlot(heads[slot], slot);
-    return table;
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        const std::uint32_t entry = preparsed::EncodeSlot(heads[slot], slot);
+        std::memcpy(table + slot * sizeof entry, &entry, sizeof entry);
+    }
 }
 
-std::vector<FieldRecord> Checked(std::vector<FieldRecord> fields)
+// Writes records with their checks.
+void PutRecords(std::uint8_t* out, const FieldRecord* fields, std::size_t count)
 {
-    for (FieldRecord& field : fields) field.check = preparsed::RecordCheck(field);
-    return fields;
+    for (std::size_t i = 0; i < count; ++i) {
+        FieldRecord field = fields[i];
+        field.check = preparsed::RecordCheck(field);
+        std::memcpy(out + i * sizeof field, &field, sizeof field);
+    }
 }
 
-template <typename T> void Put(PreparsedBlob& blob, std::size_t offset, const T* data, std::size_t count)
+template <typename T> void Put(PreparsedBlob& blob, std::size_t offset, const std::vector<T>& items)
 {
-    if (count != 0) std::memcpy(blob.data() + offset, data, count * sizeof(T));
+    if (!items.empty()) std::memcpy(blob.data() + offset, items.data(), items.size() * sizeof(T));
 }
 
 }  // namespace
@@ -79,9 +92,6 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
     header.usage = model.usage;
     header.usagePage = model.usagePage;
     header.nodeCount = static_cast<std::uint16_t>(model.nodes.size());
-
-    std::vector<FieldRecord> valueFields[preparsed::kReportTypeCount];
-    std::vector<std::uint32_t> lookups[preparsed::kReportTypeCount];
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
         preparsed::ReportTypeHeader& out = header.reports[t];
@@ -89,14 +99,10 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
         out.buttonCapCount = static_cast<std::uint16_t>(report.buttonCaps.size());
         out.valueCapCount = static_cast<std::uint16_t>(report.valueCaps.size());
         out.dataIndexCount = static_cast<std::uint16_t>(report.dataIndexCount);
-
-        valueFields[t] = report.valueFields;
         std::size_t singles = 0;
-        for (const FieldRecord& field : valueFields[t])
+        for (const FieldRecord& field : report.valueFields)
             if (IsSingleUsage(field)) ++singles;
         out.hashBits = HashBitsFor(singles);
-        lookups[t] = BuildValueLookup(valueFields[t], out.hashBits);
-        valueFields[t] = Checked(std::move(valueFields[t]));
     }
 
     preparsed::Layout layout{};
@@ -104,16 +110,17 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
     header.totalSize = static_cast<std::uint32_t>(layout.totalSize);
 
     PreparsedBlob blob(layout.totalSize, 0);
+    LookupScratch scratch;
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
-        Put(blob, layout.valueFields[t], valueFields[t].data(), valueFields[t].size());
-        Put(blob, layout.valueHash[t], lookups[t].data(), lookups[t].size());
-        const std::vector<FieldRecord> buttonFields = Checked(report.buttonFields);
-        Put(blob, layout.buttonFields[t], buttonFields.data(), buttonFields.size());
-        Put(blob, layout.valueCaps[t], report.valueCaps.data(), report.valueCaps.size());
-        Put(blob, layout.buttonCaps[t], report.buttonCaps.data(), report.buttonCaps.size());
+        scratch.fields.assign(report.valueFields.begin(), report.valueFields.end());
+        BuildValueLookup(scratch.fields, header.reports[t].hashBits, scratch, blob.data() + layout.valueHash[t]);
+        PutRecords(blob.data() + layout.valueFields[t], scratch.fields.data(), scratch.fields.size());
+        PutRecords(blob.data() + layout.buttonFields[t], report.buttonFields.data(), report.buttonFields.size());
+        Put(blob, layout.valueCaps[t], report.valueCaps);
+        Put(blob, layout.buttonCaps[t], report.buttonCaps);
     }
-    Put(blob, layout.nodes, model.nodes.data(), model.nodes.size());
+    Put(blob, layout.nodes, model.nodes);
     const std::uint64_t trailer = preparsed::kTrailer ^ layout.totalSize;
     std::memcpy(blob.data() + layout.trailer, &trailer, sizeof trailer);
 

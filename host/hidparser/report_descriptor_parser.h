@@ -23,13 +23,33 @@
 // - A main item without usages is padding: it takes bits in its report but
 //   gives no capability. A main item with Report Count 0 declares no data and
 //   gives nothing.
+// What each top-level collection's capabilities look like (per report type,
+// in descriptor order):
+// - Array main items, and 1-bit variable fields with logical range 0..1, are
+//   buttons (HIDP_BUTTON_CAPS); every other field is a value
+//   (HIDP_VALUE_CAPS). An array gives one button capability per usage or
+//   usage range, all on the same slots (a sensor selector list: one each).
+// - A variable field gives one capability per usage or usage range: each
+//   usage takes one element, the last takes all remaining elements (one
+//   usage with Report Count 32 is a 32-element value array); usages beyond
+//   the count get none.
+// - Data indices run per report type in capability order: one per usage, for
+//   a range one per usage of the range (in a variable field only those that
+//   got an element).
+// - Link collections: node 0 is the top-level collection, the others follow
+//   in descriptor order. As on the platform, FirstChild names the child added
+//   last and NextSibling leads back to the one added before it (0 ends).
+// - Report lengths count the report-ID byte, also when the collection has no
+//   report IDs (byte 0 is then 0).
 // Rejected, with the byte offset of the offending item: truncated items,
 // reserved item types and tags, unbalanced collections, Push/Pop or
 // delimiters, main items outside every collection, Report Size 0 (or above 32
 // for a field with usages), a report longer than 4096 bytes including its
 // report-ID byte, Report ID 0 or above 255, a main item without Report ID in
-// a descriptor that uses report IDs, nesting deeper than 32 or Push deeper
-// than 8, and more usages or capabilities than parse_limits.h allows.
+// a descriptor that uses report IDs, an Input, Output or Feature item before
+// any Report Size or Report Count, a Minimum without its Maximum, nesting
+// deeper than 32 or Push deeper than 8, more usages or capabilities than
+// parse_limits.h allows, and a descriptor without any collection.
 #pragma once
 
 #include <cstddef>

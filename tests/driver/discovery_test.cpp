@@ -137,8 +137,8 @@ TEST(Discovery, EveryKindOfDescriptionCreatesItsClassAndName)
          [](HidSensor* s) { return dynamic_cast<SimpleDeviceOrientationSensor*>(s) != nullptr; }},
         {u"0x999", u"Other", plainCustom},
     };
-    std::vector<hs::SensorSpec> specs(std::size(cases), Custom());
-    HidDeviceConfig config = HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(specs));
+    std::vector<hs::SensorSpec> children(std::size(cases), Custom());
+    HidDeviceConfig config = HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(children));
     for (std::uint8_t i = 0; i < std::size(cases); ++i)
         {
         const auto id = static_cast<std::uint8_t>(i + 1);
@@ -181,10 +181,10 @@ TEST(Discovery, GrandchildCollectionsAreNeitherSensorsNorIndexed)
 
 TEST(Discovery, TopLevelCustomCollectionIsAPlainCustomSensorWhateverItsDescription)
 {
-    hs::SensorSpec spec = Custom();
-    spec.reportId = 4;
+    hs::SensorSpec sensor = Custom();
+    sensor.reportId = 4;
     DriverTestBed bed(HidDeviceConfig{}
-                          .WithDescriptor(hs::BuildSingleSensor(spec))
+                          .WithDescriptor(hs::BuildSingleSensor(sensor))
                           .WithFeature(4, CustomFeatureReport(4, u"0x232", 16)));
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     ASSERT_EQ(bed.Hid()->SensorCount(), 1u);

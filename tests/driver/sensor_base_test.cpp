@@ -180,8 +180,8 @@ TEST_F(PlaceholderSensor, OneShotTimerServices)
 
 TEST(CustomSensorRecord, ConstructionAndInitializeSetItsIntervalsAndBounds)
 {
-    hs::SensorSpec spec = hs::CustomSensor(8, {hs::CustomValue(1)});
-    DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(spec)));
+    hs::SensorSpec sensor = hs::CustomSensor(8, {hs::CustomValue(1)});
+    DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(sensor)));
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     const HidCollectionRecord& record = *bed.Sensor(0)->Record();
     EXPECT_EQ(record.CurrentReportInterval.load(), 100u);
