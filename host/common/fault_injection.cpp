@@ -42,22 +42,22 @@ FaultInjector& FaultInjector::Instance()
     return instance;
 }
 
+void FaultInjector::Arm::Set(std::uint64_t n, NTSTATUS failStatus, bool everyCallFromN)
+{
+    status.store(failStatus, std::memory_order_relaxed);
+    sticky.store(everyCallFromN, std::memory_order_relaxed);
+    calls.store(0, std::memory_order_relaxed);
+    failAt.store(n, std::memory_order_release);
+}
+
 void FaultInjector::FailNth(FaultPoint point, std::uint64_t n, NTSTATUS status)
 {
-    Arm& arm = arms_[static_cast<unsigned>(point)];
-    arm.status.store(status, std::memory_order_relaxed);
-    arm.sticky.store(false, std::memory_order_relaxed);
-    arm.calls.store(0, std::memory_order_relaxed);
-    arm.failAt.store(n, std::memory_order_release);
+    arms_[static_cast<unsigned>(point)].Set(n, status, false);
 }
 
 void FaultInjector::FailFrom(FaultPoint point, std::uint64_t n, NTSTATUS status)
 {
-    Arm& arm = arms_[static_cast<unsigned>(point)];
-    arm.status.store(status, std::memory_order_relaxed);
-    arm.sticky.store(true, std::memory_order_relaxed);
-    arm.calls.store(0, std::memory_order_relaxed);
-    arm.failAt.store(n, std::memory_order_release);
+    arms_[static_cast<unsigned>(point)].Set(n, status, true);
 }
 
 void FaultInjector::FailIoctl(ULONG ioctlCode, std::uint64_t n, NTSTATUS status)
@@ -106,11 +106,8 @@ std::uint64_t FaultInjector::Calls(FaultPoint point) const
 
 void FaultInjector::Reset()
 {
-    for (Arm& arm : arms_) {
-        arm.failAt.store(0, std::memory_order_relaxed);
-        arm.sticky.store(false, std::memory_order_relaxed);
-        arm.calls.store(0, std::memory_order_relaxed);
-    }
+    for (Arm& arm : arms_)
+        arm.Set(0, 0, false);
     {
         std::lock_guard lock(ioctlMutex_);
         ioctlArms_.clear();

@@ -71,6 +71,8 @@ private:
         std::atomic<std::uint64_t> failAt{0};   // 0: disarmed
         std::atomic<bool> sticky{false};        // fail every call from failAt on
         std::atomic<NTSTATUS> status{0};
+
+        void Set(std::uint64_t n, NTSTATUS failStatus, bool everyCallFromN);
     };
     struct IoctlArm {
         std::uint64_t calls = 0;
