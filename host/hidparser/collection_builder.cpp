@@ -31,7 +31,7 @@ std::uint32_t UsageSpan(const ResolvedUsage& usage)
 
 // A new zeroed element; the first one makes room for a typical sensor's worth.
 template <typename T>
-T& Append(std::vector<T>& list)
+T& Append(std::pmr::vector<T>& list)
 {
     if (list.empty()) list.reserve(16);
     return list.emplace_back();
@@ -57,7 +57,7 @@ struct CollectionBuilder::CapSource {
     bool isArray = false;
 };
 
-CollectionBuilder::CollectionBuilder()
+CollectionBuilder::CollectionBuilder(std::pmr::memory_resource* memory) : memory_(memory), collections_(memory)
 {
     collections_.reserve(4);
 }
@@ -71,7 +71,7 @@ bool CollectionBuilder::OpenCollection(std::uint8_t type, std::uint16_t usagePag
         return Fail(error, offset, "more than " + std::to_string(limits::kMaxLinkCollectionNodes) + " collections");
 
     if (depth_ == 0) {
-        CollectionModel& model = collections_.emplace_back();
+        CollectionModel& model = collections_.emplace_back(memory_);
         model.usage = usage;
         model.usagePage = usagePage;
         model.nodes.reserve(16);
@@ -112,6 +112,10 @@ bool CollectionBuilder::AddField(const MainField& field, std::size_t offset, Par
     // Both factors are below kMaxReportBits, so the product fits easily.
     const std::uint64_t bits = std::uint64_t{field.bitSize} * field.reportCount;
     std::uint32_t& placed = reportBits_[field.reportType][field.reportId];
+    if (!reportsSeen_[field.reportType].Contains(field.reportId)) {
+        reportsSeen_[field.reportType].Insert(field.reportId);
+        placed = 0;
+    }
     if (placed + bits > limits::kMaxReportBits) {
         const std::uint64_t bytes = 1 + (placed + bits + 7) / 8;
         return Fail(error, offset,
@@ -226,7 +230,6 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     record.reportCount = static_cast<std::uint16_t>(source.reportCount);
     record.bitSize = static_cast<std::uint8_t>(field.bitSize);
     record.reportId = field.reportId;
-    record.nextSameKey = preparsed::kNoRecord;
     record.flags = source.isArray ? preparsed::kFieldArray : 0;
     record.logicalMin = field.logicalMin;
     record.logicalMax = field.logicalMax;

@@ -16,13 +16,8 @@
 
 namespace host::hid {
 
-// A usage of a main item with its page settled.
-struct ResolvedUsage {
-    std::uint16_t page = 0;
-    std::uint16_t first = 0;
-    std::uint16_t last = 0;
-    bool isRange = false;
-};
+// A usage of a main item once its page is settled (LocalUsage::page valid).
+using ResolvedUsage = LocalUsage;
 
 // Everything one Input, Output or Feature item declares.
 struct MainField {
@@ -42,7 +37,7 @@ struct MainField {
 
 class CollectionBuilder {
 public:
-    CollectionBuilder();
+    explicit CollectionBuilder(std::pmr::memory_resource* memory);
 
     std::size_t Depth() const { return depth_; }
 
@@ -55,7 +50,7 @@ public:
     // by several top-level collections): computed once at the end.
     void FinishReportLengths();
 
-    std::vector<CollectionModel>& Collections() { return collections_; }
+    std::pmr::vector<CollectionModel>& Collections() { return collections_; }
 
 private:
     struct CapSource;
@@ -63,13 +58,17 @@ private:
     bool AddArrayCaps(const MainField& field, std::uint32_t fieldBitOffset, std::size_t offset, ParseError& error);
     bool AddCap(const MainField& field, const CapSource& source, std::size_t offset, ParseError& error);
 
-    std::vector<CollectionModel> collections_;
+    std::pmr::memory_resource* memory_;
+    std::pmr::vector<CollectionModel> collections_;
     std::array<std::uint16_t, limits::kMaxCollectionDepth> openNodes_{};
     std::size_t depth_ = 0;
     std::size_t nodeCount_ = 0;
     std::size_t capabilityCount_ = 0;
-    // Bits placed so far in each report, descriptor-wide, per report type and ID.
-    std::array<std::array<std::uint32_t, 256>, preparsed::kReportTypeCount> reportBits_{};
+    // Bits placed so far in each report, descriptor-wide, per report type and
+    // ID. An entry is set when its report is first seen: zeroing all 3 KiB
+    // up front was a tenth of the parse of a short descriptor.
+    std::array<ReportIdSet, preparsed::kReportTypeCount> reportsSeen_{};
+    std::array<std::array<std::uint32_t, 256>, preparsed::kReportTypeCount> reportBits_;
 };
 
 }  // namespace host::hid

@@ -7,6 +7,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <memory_resource>
 #include <vector>
 
 #include "host/hidparser/preparsed_layout.h"
@@ -18,6 +19,7 @@ namespace host::hid {
 class ReportIdSet {
 public:
     void Insert(std::uint8_t id) { words_[id / 64] |= std::uint64_t{1} << (id % 64); }
+    bool Contains(std::uint8_t id) const { return (words_[id / 64] >> (id % 64)) & 1; }
 
     template <typename Visit>
     void ForEach(Visit visit) const
@@ -33,10 +35,15 @@ private:
 };
 
 struct ReportTypeModel {
-    std::vector<HIDP_VALUE_CAPS> valueCaps;
-    std::vector<preparsed::FieldRecord> valueFields;  // one per value cap
-    std::vector<HIDP_BUTTON_CAPS> buttonCaps;
-    std::vector<preparsed::FieldRecord> buttonFields;  // one per button cap
+    explicit ReportTypeModel(std::pmr::memory_resource* memory)
+        : valueCaps(memory), valueFields(memory), buttonCaps(memory), buttonFields(memory)
+    {
+    }
+
+    std::pmr::vector<HIDP_VALUE_CAPS> valueCaps;
+    std::pmr::vector<preparsed::FieldRecord> valueFields;  // one per value cap
+    std::pmr::vector<HIDP_BUTTON_CAPS> buttonCaps;
+    std::pmr::vector<preparsed::FieldRecord> buttonFields;  // one per button cap
     std::uint32_t dataIndexCount = 0;
     ReportIdSet reportIds;               // reports of this type the collection has items in
     std::uint16_t reportByteLength = 0;  // filled once the whole descriptor is read
@@ -45,7 +52,12 @@ struct ReportTypeModel {
 struct CollectionModel {
     USAGE usage = 0;
     USAGE usagePage = 0;
-    std::vector<HIDP_LINK_COLLECTION_NODE> nodes;  // node 0 is the collection itself
+    explicit CollectionModel(std::pmr::memory_resource* memory)
+        : nodes(memory), reports{ReportTypeModel(memory), ReportTypeModel(memory), ReportTypeModel(memory)}
+    {
+    }
+
+    std::pmr::vector<HIDP_LINK_COLLECTION_NODE> nodes;  // node 0 is the collection itself
     std::array<ReportTypeModel, preparsed::kReportTypeCount> reports;
 };
 

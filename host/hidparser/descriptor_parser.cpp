@@ -50,9 +50,9 @@ const DescriptorParser::Handler DescriptorParser::kHandlers[4] = {
     &DescriptorParser::OnReserved,
 };
 
-DescriptorParser::DescriptorParser(std::size_t descriptorSize) : descriptorSize_(descriptorSize)
+DescriptorParser::DescriptorParser(std::size_t descriptorSize, std::pmr::memory_resource* memory)
+    : descriptorSize_(descriptorSize), locals_(memory), builder_(memory)
 {
-    resolved_.reserve(64);
 }
 
 bool DescriptorParser::Feed(const Item& item, ParseError& error)
@@ -99,14 +99,14 @@ bool DescriptorParser::CheckLocalsComplete(const Item& item, ParseError& error) 
     return true;
 }
 
-void DescriptorParser::ResolveUsages()
+std::span<const ResolvedUsage> DescriptorParser::ResolveUsages()
 {
     // A usage of 1 or 2 bytes takes the Usage Page in force at its main item.
-    resolved_.clear();
-    for (const LocalUsage& usage : locals_.usages) {
-        resolved_.push_back(
-            {usage.pageGiven ? usage.page : globals_.current.usagePage, usage.first, usage.last, usage.isRange});
+    for (LocalUsage& usage : locals_.usages) {
+        if (!usage.pageGiven) usage.page = globals_.current.usagePage;
+        usage.pageGiven = true;
     }
+    return locals_.usages;
 }
 
 bool DescriptorParser::OnField(const Item& item, std::size_t reportType, ParseError& error)
@@ -124,7 +124,7 @@ bool DescriptorParser::OnField(const Item& item, std::size_t reportType, ParseEr
         globals_.mainItemWithoutReportId = true;
     }
 
-    ResolveUsages();
+    const std::span<const ResolvedUsage> usages = ResolveUsages();
     const auto [logicalMin, logicalMax] = ResolveExtents(state.logicalMinimum, state.logicalMaximum);
     const auto [physicalMin, physicalMax] = ResolveExtents(state.physicalMinimum, state.physicalMaximum);
 
@@ -140,7 +140,7 @@ bool DescriptorParser::OnField(const Item& item, std::size_t reportType, ParseEr
     field.physicalMax = physicalMax;
     field.unit = state.unit;
     field.unitExponentCode = state.unitExponentCode;
-    field.usages = resolved_;
+    field.usages = usages;
     field.strings = locals_.strings;
     field.designators = locals_.designators;
     return builder_.AddField(field, item.offset, error);
@@ -150,10 +150,10 @@ bool DescriptorParser::OnCollection(const Item& item, ParseError& error)
 {
     if (item.data > 0xFF) return Fail(error, item, "Collection type " + Hex(item.data) + " above 0xFF");
     if (!CheckLocalsComplete(item, error)) return false;
-    ResolveUsages();
+    const std::span<const ResolvedUsage> usages = ResolveUsages();
     // The collection is named by its first usage; it may have none.
-    const std::uint16_t page = resolved_.empty() ? globals_.current.usagePage : resolved_.front().page;
-    const std::uint16_t usage = resolved_.empty() ? 0 : resolved_.front().first;
+    const std::uint16_t page = usages.empty() ? globals_.current.usagePage : usages.front().page;
+    const std::uint16_t usage = usages.empty() ? 0 : usages.front().first;
     return builder_.OpenCollection(static_cast<std::uint8_t>(item.data), page, usage, item.offset, error);
 }
 

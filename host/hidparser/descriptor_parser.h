@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 #include "host/hidparser/collection_builder.h"
@@ -14,12 +15,13 @@ namespace host::hid {
 
 class DescriptorParser {
 public:
-    explicit DescriptorParser(std::size_t descriptorSize);
+    // All parser state and the collection models live in `memory`.
+    DescriptorParser(std::size_t descriptorSize, std::pmr::memory_resource* memory);
 
     bool Feed(const Item& item, ParseError& error);
     bool Finish(ParseError& error);
 
-    std::vector<CollectionModel>& Collections() { return builder_.Collections(); }
+    std::pmr::vector<CollectionModel>& Collections() { return builder_.Collections(); }
 
 private:
     using Handler = bool (DescriptorParser::*)(const Item&, ParseError&);
@@ -34,12 +36,13 @@ private:
     bool OnCollection(const Item& item, ParseError& error);
     bool OnEndCollection(const Item& item, ParseError& error);
     bool CheckLocalsComplete(const Item& item, ParseError& error) const;
-    void ResolveUsages();
+    // Settles the usage page of every usage in place; the local state is
+    // cleared after the main item anyway.
+    std::span<const ResolvedUsage> ResolveUsages();
 
     std::size_t descriptorSize_;
     GlobalContext globals_;
     LocalState locals_;
-    std::vector<ResolvedUsage> resolved_;
     CollectionBuilder builder_;
 };
 

@@ -4,10 +4,13 @@ namespace host::hid {
 
 using preparsed::FieldRecord;
 
-NTSTATUS ScanValues(const PreparsedView& view, std::size_t type, USAGE usagePage, USHORT linkCollection, USAGE usage,
+NTSTATUS ScanValues(PHIDP_PREPARSED_DATA data, std::size_t type, USAGE usagePage, USHORT linkCollection, USAGE usage,
                     std::uint8_t reportId, ReportIdRule rule, ValueLocation& location)
 {
-    const preparsed::ReportTypeHeader& report = view.Report(type);
+    PreparsedView view;
+    const NTSTATUS status = view.Open(data);
+    if (!NT_SUCCESS(status)) return status;
+    const PreparsedView::ReportInfo report = view.Report(type);
     const PreparsedView::Records records = view.ValueRecords(type);
     bool sawUsage = false;  // in the link collection, but in another report
     for (std::size_t index = 0; index < records.count; ++index) {

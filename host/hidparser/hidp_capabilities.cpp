@@ -25,7 +25,7 @@ NTSTATUS OpenVerified(PHIDP_PREPARSED_DATA preparsedData, PreparsedView& view)
 
 template <typename Caps, typename Copy>
 NTSTATUS CopyCaps(HIDP_REPORT_TYPE reportType, Caps* caps, USHORT* length, PHIDP_PREPARSED_DATA preparsedData,
-                  std::uint16_t preparsed::ReportTypeHeader::*count, Copy copy)
+                  std::uint16_t PreparsedView::ReportInfo::*count, Copy copy)
 {
     PreparsedView view;
     NTSTATUS status = view.Open(preparsedData);
@@ -56,9 +56,9 @@ extern "C" NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA PreparsedData, PHIDP_CAPS 
     if (Capabilities == nullptr) return STATUS_INVALID_PARAMETER;
 
     const auto& header = view.Header();
-    const auto& input = header.reports[HidP_Input];
-    const auto& output = header.reports[HidP_Output];
-    const auto& feature = header.reports[HidP_Feature];
+    const PreparsedView::ReportInfo input = view.Report(HidP_Input);
+    const PreparsedView::ReportInfo output = view.Report(HidP_Output);
+    const PreparsedView::ReportInfo feature = view.Report(HidP_Feature);
     *Capabilities = HIDP_CAPS{};
     Capabilities->Usage = header.usage;
     Capabilities->UsagePage = header.usagePage;
@@ -98,12 +98,12 @@ extern "C" NTSTATUS HidP_GetValueCaps(HIDP_REPORT_TYPE ReportType, PHIDP_VALUE_C
                                       PHIDP_PREPARSED_DATA PreparsedData)
 {
     return host::hid::CopyCaps(ReportType, ValueCaps, ValueCapsLength, PreparsedData,
-                               &host::hid::preparsed::ReportTypeHeader::valueCapCount, &PreparsedView::CopyValueCaps);
+                               &PreparsedView::ReportInfo::valueCapCount, &PreparsedView::CopyValueCaps);
 }
 
 extern "C" NTSTATUS HidP_GetButtonCaps(HIDP_REPORT_TYPE ReportType, PHIDP_BUTTON_CAPS ButtonCaps,
                                        USHORT* ButtonCapsLength, PHIDP_PREPARSED_DATA PreparsedData)
 {
     return host::hid::CopyCaps(ReportType, ButtonCaps, ButtonCapsLength, PreparsedData,
-                               &host::hid::preparsed::ReportTypeHeader::buttonCapCount, &PreparsedView::CopyButtonCaps);
+                               &PreparsedView::ReportInfo::buttonCapCount, &PreparsedView::CopyButtonCaps);
 }

@@ -84,7 +84,7 @@ NTSTATUS OpenUsageCall(HIDP_REPORT_TYPE reportType, PHIDP_PREPARSED_DATA prepars
 NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollection, USAGE usage, std::uint8_t reportId,
                     ReportIdRule rule, FieldRecord& found)
 {
-    const preparsed::ReportTypeHeader& report = call.view.Report(call.type);
+    const PreparsedView::ReportInfo report = call.view.Report(call.type);
     const PreparsedView::Records records = call.view.ButtonRecords(call.type);
     bool sawUsage = false;
     for (std::size_t i = 0; i < records.count; ++i) {
@@ -159,7 +159,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
 
     const auto* report = reinterpret_cast<const std::uint8_t*>(Report);
     const auto reportId = report[0];
-    const auto& header = call.view.Report(call.type);
+    const host::hid::PreparsedView::ReportInfo header = call.view.Report(call.type);
     bool sawPage = false;
     bool sawReport = false;
     ULONG found = 0;

@@ -18,7 +18,6 @@
 #include <cstring>
 
 #include "host/hidparser/field_lookup.h"
-#include "host/hidparser/preparsed_reader.h"
 #include "host/hidparser/report_bits.h"
 #include "platform/hidpi.h"
 #include "platform/ntstatus.h"
@@ -27,7 +26,7 @@ namespace host::hid {
 namespace {
 
 struct ValueCall {
-    PreparsedView view;
+    ValueIndex index;
     ValueLocation location;
 };
 
@@ -39,15 +38,18 @@ struct ValueCall {
                                                    const CHAR* report, ULONG reportLength, ReportIdRule rule,
                                                    ValueCall& call)
 {
-    NTSTATUS status = call.view.Open(preparsedData);
+    // An out-of-range type opens as type 0 so that a damaged blob still
+    // answers HIDP_STATUS_INVALID_PREPARSED_DATA first.
+    const bool typeValid = reportType >= HidP_Input && reportType <= HidP_Feature;
+    const std::size_t type = typeValid ? static_cast<std::size_t>(reportType) : 0;
+    NTSTATUS status = call.index.Open(preparsedData, type);
     if (!NT_SUCCESS(status)) return status;
-    if (reportType < HidP_Input || reportType > HidP_Feature) return HIDP_STATUS_INVALID_REPORT_TYPE;
+    if (!typeValid) return HIDP_STATUS_INVALID_REPORT_TYPE;
     if (value == nullptr || report == nullptr) return STATUS_INVALID_PARAMETER;
-    const auto type = static_cast<std::size_t>(reportType);
-    if (reportLength != call.view.Report(type).reportByteLength) return HIDP_STATUS_INVALID_REPORT_LENGTH;
+    if (reportLength != call.index.ReportByteLength()) return HIDP_STATUS_INVALID_REPORT_LENGTH;
     if (reportLength == 0) return HIDP_STATUS_USAGE_NOT_FOUND;  // no report of this type
     const auto reportId = static_cast<std::uint8_t>(report[0]);
-    return FindValue(call.view, type, usagePage, linkCollection, usage, reportId, rule, call.location);
+    return FindValue(call.index, type, usagePage, linkCollection, usage, reportId, rule, call.location);
 }
 
 void AdoptReportId(CHAR* report, const ValueLocation& location)

@@ -119,11 +119,10 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     }
 }
 
-LocalState::LocalState()
+LocalState::LocalState(std::pmr::memory_resource* memory) : usages(memory), strings(memory), designators(memory)
 {
+    // String and designator indices are rare: they allocate when first used.
     usages.reserve(64);
-    strings.reserve(8);
-    designators.reserve(8);
 }
 
 void LocalState::Clear()
@@ -215,7 +214,7 @@ bool ApplyUsageBound(LocalState& locals, const Item& item, bool isMinimum, Parse
     return AddUsage(locals, usage, item, error);
 }
 
-bool AddIndex(std::vector<LocalIndex>& list, const LocalIndex& index, const Item& item, const char* name,
+bool AddIndex(std::pmr::vector<LocalIndex>& list, const LocalIndex& index, const Item& item, const char* name,
               ParseError& error)
 {
     if (list.size() == limits::kMaxStringsPerMainItem)
@@ -226,7 +225,7 @@ bool AddIndex(std::vector<LocalIndex>& list, const LocalIndex& index, const Item
     return true;
 }
 
-bool ApplyIndex(std::vector<LocalIndex>& list, const Item& item, const char* name, ParseError& error)
+bool ApplyIndex(std::pmr::vector<LocalIndex>& list, const Item& item, const char* name, ParseError& error)
 {
     if (item.data > 0xFFFF)
         return Fail(error, item, std::string(name) + " Index " + std::to_string(item.data) + " above 65535");
@@ -234,7 +233,7 @@ bool ApplyIndex(std::vector<LocalIndex>& list, const Item& item, const char* nam
     return AddIndex(list, {value, value, false}, item, name, error);
 }
 
-bool ApplyIndexBound(std::vector<LocalIndex>& list, PendingBound& bound, const Item& item, bool isMinimum,
+bool ApplyIndexBound(std::pmr::vector<LocalIndex>& list, PendingBound& bound, const Item& item, bool isMinimum,
                      const char* name, ParseError& error)
 {
     if (item.data > 0xFFFF)

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory_resource>
 #include <vector>
 
 #include "host/hidparser/item_tokenizer.h"
@@ -73,14 +74,14 @@ struct PendingBound {
 };
 
 struct LocalState {
-    std::vector<LocalUsage> usages;
-    std::vector<LocalIndex> strings;
-    std::vector<LocalIndex> designators;
+    std::pmr::vector<LocalUsage> usages;
+    std::pmr::vector<LocalIndex> strings;
+    std::pmr::vector<LocalIndex> designators;
     PendingBound usageBound, stringBound, designatorBound;
     bool delimiterOpen = false;
     bool delimiterUsageTaken = false;  // the first usage of the open set is kept
 
-    LocalState();
+    explicit LocalState(std::pmr::memory_resource* memory);
     void Clear();
     // Error text when a Minimum/Maximum pair or a delimiter set is incomplete.
     const char* Incomplete() const;

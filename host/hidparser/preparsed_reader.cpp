@@ -2,18 +2,30 @@
 
 namespace host::hid {
 
-namespace {
-
-// Open has checked that the sections add up; the copying calls need the
-// offsets of the capability and node sections too.
-preparsed::Layout LayoutOf(const preparsed::Header& header)
+NTSTATUS PreparsedView::Open(PHIDP_PREPARSED_DATA data)
 {
-    preparsed::Layout layout{};
-    preparsed::ComputeLayout(header, layout);
-    return layout;
+    if (data == nullptr) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    bytes_ = reinterpret_cast<const std::uint8_t*>(data);
+    std::memcpy(&header_, bytes_, sizeof header_);
+    std::uint64_t word0;
+    std::memcpy(&word0, bytes_, sizeof word0);
+    if (word0 != preparsed::kHeaderWord0) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    preparsed::HeaderCheck stored;
+    std::memcpy(&stored, bytes_ + preparsed::kHeaderCheckOffset, sizeof stored);
+    if (!(stored == preparsed::CheckHeader(bytes_))) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    // Also the hot words' own check, so that a blob these calls accept is one
+    // the value calls accept too.
+    if (header_.hotCheck != preparsed::HotCheckOf(bytes_)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    for (const std::uint8_t bits : header_.hashBits)
+        if (bits > preparsed::kMaxHashBits) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    layout_ = preparsed::ComputeLayout(header_);
+    if (layout_.totalSize != header_.totalSize) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    // A blob whose tail was cut off or zeroed fails here on every call.
+    std::uint64_t trailer;
+    std::memcpy(&trailer, bytes_ + layout_.trailer, sizeof trailer);
+    if (trailer != (preparsed::kTrailer ^ std::uint64_t{header_.totalSize})) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+    return HIDP_STATUS_SUCCESS;
 }
-
-}  // namespace
 
 NTSTATUS PreparsedView::VerifyBody() const
 {
@@ -24,17 +36,17 @@ NTSTATUS PreparsedView::VerifyBody() const
 
 void PreparsedView::CopyValueCaps(std::size_t type, HIDP_VALUE_CAPS* out, std::size_t count) const
 {
-    if (count != 0) std::memcpy(out, bytes_ + LayoutOf(header_).valueCaps[type], count * sizeof(HIDP_VALUE_CAPS));
+    if (count != 0) std::memcpy(out, bytes_ + layout_.valueCaps[type], count * sizeof(HIDP_VALUE_CAPS));
 }
 
 void PreparsedView::CopyButtonCaps(std::size_t type, HIDP_BUTTON_CAPS* out, std::size_t count) const
 {
-    if (count != 0) std::memcpy(out, bytes_ + LayoutOf(header_).buttonCaps[type], count * sizeof(HIDP_BUTTON_CAPS));
+    if (count != 0) std::memcpy(out, bytes_ + layout_.buttonCaps[type], count * sizeof(HIDP_BUTTON_CAPS));
 }
 
 void PreparsedView::CopyNodes(HIDP_LINK_COLLECTION_NODE* out, std::size_t count) const
 {
-    if (count != 0) std::memcpy(out, bytes_ + LayoutOf(header_).nodes, count * sizeof(HIDP_LINK_COLLECTION_NODE));
+    if (count != 0) std::memcpy(out, bytes_ + layout_.nodes, count * sizeof(HIDP_LINK_COLLECTION_NODE));
 }
 
 }  // namespace host::hid

@@ -1,82 +1,71 @@
 #include "host/hidparser/preparsed_writer.h"
 
 #include <cstring>
-#include <vector>
+#include <span>
 
 namespace host::hid {
 
 namespace {
 
 using preparsed::FieldRecord;
+using preparsed::ValueSlot;
 
 bool IsSingleUsage(const FieldRecord& field)
 {
     return field.usageMin == field.usageMax;
 }
 
-std::uint64_t KeyOf(const FieldRecord& field)
-{
-    return preparsed::LookupKey(field.usagePage, field.usageMin, field.reportId);
-}
-
 std::uint8_t HashBitsFor(std::size_t keys)
 {
-    // At least twice as many slots as keys keeps probe chains short.
+    // At least twice as many slots as keys keeps probe runs short and leaves
+    // an empty slot to end every search.
     std::uint8_t bits = 0;
     while ((std::size_t{1} << bits) < 2 * keys) ++bits;
     return bits;
 }
 
-// Scratch space reused for every report type of one blob.
-struct LookupScratch {
-    std::vector<FieldRecord> fields;
-    std::vector<std::uint16_t> heads;      // by slot: first record of a key
-    std::vector<std::uint16_t> chainTail;  // by chain head: last record so far
-};
+ValueSlot LoadSlot(const std::uint8_t* table, std::size_t slot)
+{
+    ValueSlot s;
+    std::memcpy(&s, table + slot * sizeof s, sizeof s);
+    return s;
+}
 
-// Chains the single-usage value fields that share a (page, usage, report ID)
-// in descriptor order (nextSameKey) and writes the open-addressing table that
-// leads to the first of each chain.
-void BuildValueLookup(std::vector<FieldRecord>& fields, std::uint8_t hashBits, LookupScratch& scratch,
-                      std::uint8_t* table)
+// Writes the single-usage value fields into the zeroed lookup by linear
+// probing, in descriptor order, so that a search meets fields of the same key
+// in that order; then gives every slot, empty or not, its check.
+void WriteValueLookup(std::span<const FieldRecord> fields, std::uint8_t hashBits, std::uint8_t* table)
 {
     const std::size_t slots = std::size_t{1} << hashBits;
     const std::size_t mask = slots - 1;
-    scratch.heads.assign(slots, preparsed::kNoRecord);
-    scratch.chainTail.assign(fields.size(), preparsed::kNoRecord);
-    std::vector<std::uint16_t>& heads = scratch.heads;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (!IsSingleUsage(fields[i])) continue;
-        const std::uint64_t key = KeyOf(fields[i]);
+    for (const FieldRecord& field : fields) {
+        if (!IsSingleUsage(field)) continue;
+        const std::uint64_t key = preparsed::LookupKey(field.usagePage, field.usageMin, field.reportId);
         std::size_t slot = preparsed::HashSlot(key, hashBits);
-        while (heads[slot] != preparsed::kNoRecord && KeyOf(fields[heads[slot]]) != key) slot = (slot + 1) & mask;
-        const auto index = static_cast<std::uint16_t>(i);
-        if (heads[slot] == preparsed::kNoRecord) {
-            heads[slot] = index;
-            scratch.chainTail[i] = index;
-        } else {
-            const std::uint16_t head = heads[slot];
-            fields[scratch.chainTail[head]].nextSameKey = index;
-            scratch.chainTail[head] = index;
-        }
+        while (LoadSlot(table, slot).BitSize() != 0) slot = (slot + 1) & mask;
+        ValueSlot s;
+        s.w0 = key | (std::uint64_t{field.bitSize} << 40) | (std::uint64_t{field.linkCollection} << 48);
+        s.w1 = field.bitOffset | (std::uint64_t{field.reportCount} << 32);
+        std::memcpy(table + slot * sizeof s, &s, sizeof s);
     }
     for (std::size_t slot = 0; slot < slots; ++slot) {
-        const std::uint32_t entry = preparsed::EncodeSlot(heads[slot], slot);
-        std::memcpy(table + slot * sizeof entry, &entry, sizeof entry);
+        ValueSlot s = LoadSlot(table, slot);
+        s.w1 |= std::uint64_t{preparsed::SlotCheck(s.w0, s.w1, slot)} << 48;
+        std::memcpy(table + slot * sizeof s, &s, sizeof s);
     }
 }
 
 // Writes records with their checks.
-void PutRecords(std::uint8_t* out, const FieldRecord* fields, std::size_t count)
+void PutRecords(std::uint8_t* out, std::span<const FieldRecord> fields)
 {
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < fields.size(); ++i) {
         FieldRecord field = fields[i];
         field.check = preparsed::RecordCheck(field);
         std::memcpy(out + i * sizeof field, &field, sizeof field);
     }
 }
 
-template <typename T> void Put(PreparsedBlob& blob, std::size_t offset, const std::vector<T>& items)
+template <typename T> void Put(PreparsedBlob& blob, std::size_t offset, std::span<const T> items)
 {
     if (!items.empty()) std::memcpy(blob.data() + offset, items.data(), items.size() * sizeof(T));
 }
@@ -94,38 +83,36 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
     header.nodeCount = static_cast<std::uint16_t>(model.nodes.size());
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
-        preparsed::ReportTypeHeader& out = header.reports[t];
-        out.reportByteLength = report.reportByteLength;
-        out.buttonCapCount = static_cast<std::uint16_t>(report.buttonCaps.size());
-        out.valueCapCount = static_cast<std::uint16_t>(report.valueCaps.size());
-        out.dataIndexCount = static_cast<std::uint16_t>(report.dataIndexCount);
+        header.reportByteLength[t] = report.reportByteLength;
+        header.buttonCapCount[t] = static_cast<std::uint16_t>(report.buttonCaps.size());
+        header.valueCapCount[t] = static_cast<std::uint16_t>(report.valueCaps.size());
+        header.dataIndexCount[t] = static_cast<std::uint16_t>(report.dataIndexCount);
         std::size_t singles = 0;
         for (const FieldRecord& field : report.valueFields)
             if (IsSingleUsage(field)) ++singles;
-        out.hashBits = HashBitsFor(singles);
+        header.hashBits[t] = HashBitsFor(singles);  // capability limits keep it below kMaxHashBits
     }
 
-    preparsed::Layout layout{};
-    preparsed::ComputeLayout(header, layout);  // hash bits stay far below the limit
+    const preparsed::Layout layout = preparsed::ComputeLayout(header);
     header.totalSize = static_cast<std::uint32_t>(layout.totalSize);
 
     PreparsedBlob blob(layout.totalSize, 0);
-    LookupScratch scratch;
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
-        scratch.fields.assign(report.valueFields.begin(), report.valueFields.end());
-        BuildValueLookup(scratch.fields, header.reports[t].hashBits, scratch, blob.data() + layout.valueHash[t]);
-        PutRecords(blob.data() + layout.valueFields[t], scratch.fields.data(), scratch.fields.size());
-        PutRecords(blob.data() + layout.buttonFields[t], report.buttonFields.data(), report.buttonFields.size());
-        Put(blob, layout.valueCaps[t], report.valueCaps);
-        Put(blob, layout.buttonCaps[t], report.buttonCaps);
+        WriteValueLookup(report.valueFields, header.hashBits[t], blob.data() + layout.valueLookup[t]);
+        PutRecords(blob.data() + layout.valueFields[t], report.valueFields);
+        PutRecords(blob.data() + layout.buttonFields[t], report.buttonFields);
+        Put<HIDP_VALUE_CAPS>(blob, layout.valueCaps[t], report.valueCaps);
+        Put<HIDP_BUTTON_CAPS>(blob, layout.buttonCaps[t], report.buttonCaps);
     }
-    Put(blob, layout.nodes, model.nodes);
+    Put<HIDP_LINK_COLLECTION_NODE>(blob, layout.nodes, model.nodes);
     const std::uint64_t trailer = preparsed::kTrailer ^ layout.totalSize;
     std::memcpy(blob.data() + layout.trailer, &trailer, sizeof trailer);
 
     header.bodyChecksum =
         preparsed::BodyChecksum(blob.data() + preparsed::kBodyOffset, blob.size() - preparsed::kBodyOffset);
+    std::memcpy(blob.data(), &header, sizeof header);
+    header.hotCheck = preparsed::HotCheckOf(blob.data());
     std::memcpy(blob.data(), &header, sizeof header);
     const preparsed::HeaderCheck headerCheck = preparsed::CheckHeader(blob.data());
     std::memcpy(blob.data() + preparsed::kHeaderCheckOffset, &headerCheck, sizeof headerCheck);

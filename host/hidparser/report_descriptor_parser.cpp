@@ -1,9 +1,12 @@
 #include "host/hidparser/report_descriptor_parser.h"
 
+#include <array>
+#include <cstddef>
 #include <new>
 
 #include "host/hidparser/descriptor_parser.h"
 #include "host/hidparser/item_tokenizer.h"
+#include "host/hidparser/parse_arena.h"
 #include "host/hidparser/preparsed_writer.h"
 
 namespace host::hid {
@@ -14,7 +17,10 @@ bool ParseReportDescriptor(std::span<const std::uint8_t> descriptor, std::vector
     collections.clear();
     error = {};
     try {
-        DescriptorParser parser(descriptor.size());
+        // Most descriptors' parser state fits in this buffer; see ParseArena.
+        std::array<std::byte, 12 * 1024> buffer;
+        ParseArena arena(buffer);
+        DescriptorParser parser(descriptor.size(), &arena);
         ItemTokenizer tokenizer(descriptor);
         Item item;
         for (;;) {
@@ -25,7 +31,7 @@ bool ParseReportDescriptor(std::span<const std::uint8_t> descriptor, std::vector
         }
         if (!parser.Finish(error)) return false;
 
-        std::vector<CollectionModel>& models = parser.Collections();
+        const std::pmr::vector<CollectionModel>& models = parser.Collections();
         collections.reserve(models.size());
         for (const CollectionModel& model : models) collections.push_back(WritePreparsedBlob(model));
         return true;

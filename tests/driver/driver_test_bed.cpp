@@ -35,6 +35,45 @@ Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std
     return report;
 }
 
+hs::SensorSpec Accelerometer(int axes, bool withFeature)
+{
+    hs::SensorSpec accel;
+    accel.usage = hs::kAccelerometer3D;
+    if (withFeature)
+        accel.features = {hs::ReportIntervalProperty()};
+    for (int i = 0; i < axes; ++i)
+        accel.inputs.push_back(hs::Property(static_cast<std::uint16_t>(0x453 + i), 16, -32767, 32767));
+    return accel;
+}
+
+hs::SensorSpec Custom(int values)
+{
+    std::vector<hs::ValueField> fields;
+    for (int i = 1; i <= values; ++i)
+        fields.push_back(hs::CustomValue(static_cast<std::uint8_t>(i)));
+    return hs::CustomSensor(16, fields);
+}
+
+HidDeviceConfig AccelerometerActivityPedometer()
+{
+    return HidDeviceConfig{}
+        .WithDescriptor(hs::BuildSensorContainer({Accelerometer(2, true), Custom(), Custom()}))
+        .WithSerialNumber(u"SN-7")
+        .WithManufacturer(u"Contoso")
+        .WithProduct(u"Hub")
+        .WithFeature(2, CustomFeatureReport(2, u"0x232", 16))
+        .WithFeature(3, CustomFeatureReport(3, u"0x230", 16));
+}
+
+std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traffic)
+{
+    std::vector<int> ids;
+    for (const auto& event : traffic)
+        if (event.kind == TrafficKind::GetFeature)
+            ids.push_back(event.reportId.value_or(-1));
+    return ids;
+}
+
 const SensorFactory& RecordingFactory()
 {
     static const RecordingSensorFactory factory;
@@ -61,6 +100,9 @@ DriverTestBed::DriverTestBed(const host::hidsim::HidDeviceConfig& config, const 
 
 DriverTestBed::~DriverTestBed()
 {
+    if (added_ && !unloaded_) {
+        EXPECT_EQ(UnloadAndCollectLeaks(), "");
+    }
     session_.reset();
     host_.reset();
     host::FaultInjector::Instance().Reset();
@@ -95,6 +137,7 @@ NTSTATUS DriverTestBed::Prepare()
 
 std::string DriverTestBed::UnloadAndCollectLeaks()
 {
+    unloaded_ = true;
     host_->Unload();
     std::string leaks = host_->Leaks();
     for (const std::string& violation : host_->Violations())

@@ -32,6 +32,21 @@ Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std
 // input reports routed to them.
 const SensorFactory& RecordingFactory();
 
+namespace hs = host::hid::sensor;
+using host::hidsim::HidDeviceConfig;
+using host::hidsim::TrafficKind;
+
+// An accelerometer with `axes` 16-bit inputs (0x453...) and, if asked, a report interval feature.
+hs::SensorSpec Accelerometer(int axes = 1, bool withFeature = false);
+// A custom sensor with 16-character descriptions and `values` 16-bit values:
+// input reports of 3 + 2 * values bytes.
+hs::SensorSpec Custom(int values = 2);
+// A container of an accelerometer, an activity (0x232) and a pedometer (0x230)
+// custom sensor, with serial number, manufacturer and product.
+HidDeviceConfig AccelerometerActivityPedometer();
+// Report IDs of the GET_FEATURE requests in `traffic`.
+std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traffic);
+
 class DriverTestBed {
 public:
     explicit DriverTestBed(const host::hidsim::HidDeviceConfig& config,
@@ -46,7 +61,8 @@ public:
     NTSTATUS Start() { return host_->D0Entry(); }
     NTSTATUS Stop() { return host_->D0Exit(); }
     NTSTATUS Release() { return host_->ReleaseHardware(); }
-    // Unloads and returns what was left behind ("" when nothing).
+    // Unloads and returns what was left behind ("" when nothing). A bed
+    // destroyed while loaded checks this itself.
     std::string UnloadAndCollectLeaks();
 
     HidDevice* Hid() const;
@@ -71,6 +87,7 @@ private:
     std::unique_ptr<host::framework::DriverHost> host_;
     std::unique_ptr<host::tracing::TraceSession> session_;
     bool added_ = false;
+    bool unloaded_ = false;
 };
 
 }  // namespace testdriver

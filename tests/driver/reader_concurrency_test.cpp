@@ -12,14 +12,9 @@
 namespace testdriver {
 namespace {
 
-namespace hs = host::hid::sensor;
-using host::hidsim::HidDeviceConfig;
-using host::hidsim::TrafficKind;
-
 TEST(ReaderConcurrency, PowerCyclesWhileReportsStreamIn)
 {
-    hs::SensorSpec first = hs::CustomSensor(8, {hs::CustomValue(1)});
-    DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer({first, first})),
+    DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer({Custom(1), Custom(1)})),
                       &RecordingFactory(), host::framework::ClockMode::RealTime);
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     ASSERT_EQ(bed.Start(), STATUS_SUCCESS);

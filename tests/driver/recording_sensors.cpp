@@ -10,37 +10,6 @@ RoutingLog& RoutingLog::Instance()
     return log;
 }
 
-void RoutingLog::Add(RoutedReport report)
-{
-    std::lock_guard lock(mutex_);
-    reports_.push_back(std::move(report));
-}
-
-std::vector<RoutedReport> RoutingLog::Take()
-{
-    std::lock_guard lock(mutex_);
-    return std::exchange(reports_, {});
-}
-
-void RoutingLog::Clear()
-{
-    std::lock_guard lock(mutex_);
-    reports_.clear();
-    nextResult_ = STATUS_SUCCESS;
-}
-
-void RoutingLog::FailNext(NTSTATUS status)
-{
-    std::lock_guard lock(mutex_);
-    nextResult_ = status;
-}
-
-NTSTATUS RoutingLog::ConsumeResult()
-{
-    std::lock_guard lock(mutex_);
-    return std::exchange(nextResult_, STATUS_SUCCESS);
-}
-
 NTSTATUS RecordingSensorFactory::Create(SensorClass sensorClass, const SensorConstructionArgs& args,
                                         HidSensor** sensor) const noexcept
 {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "activity/activity_sensor.h"
@@ -28,12 +29,12 @@ struct RoutedReport {
 class RoutingLog {
 public:
     static RoutingLog& Instance();
-    void Add(RoutedReport report);
-    std::vector<RoutedReport> Take();
-    void Clear();
+    void Add(RoutedReport report) { std::lock_guard lock(mutex_); reports_.push_back(std::move(report)); }
+    std::vector<RoutedReport> Take() { std::lock_guard lock(mutex_); return std::exchange(reports_, {}); }
+    void Clear() { std::lock_guard lock(mutex_); reports_.clear(); nextResult_ = STATUS_SUCCESS; }
     // The next call of ProcessInputReport returns this status (once).
-    void FailNext(NTSTATUS status);
-    NTSTATUS ConsumeResult();
+    void FailNext(NTSTATUS status) { std::lock_guard lock(mutex_); nextResult_ = status; }
+    NTSTATUS ConsumeResult() { std::lock_guard lock(mutex_); return std::exchange(nextResult_, STATUS_SUCCESS); }
 
 private:
     std::mutex mutex_;

@@ -33,37 +33,35 @@ NTSTATUS PrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST)
     return STATUS_SUCCESS;
 }
 
-NTSTATUS ReleaseHardware(WDFDEVICE device, WDFCMRESLIST)
+// The HidDevice of a prepared device, or null.
+HidDevice* Prepared(WDFDEVICE device)
 {
     TestDeviceContext* context = GetTestDeviceContext(device);
-    if (context == nullptr)
-        return STATUS_UNSUCCESSFUL;
-    if (context->isPrepared == 1 && context->hidDevice != nullptr) {
-        context->hidDevice->Close();
-        delete context->hidDevice;
-        context->hidDevice = nullptr;
+    return context != nullptr && context->isPrepared == 1 ? context->hidDevice : nullptr;
+}
+
+NTSTATUS ReleaseHardware(WDFDEVICE device, WDFCMRESLIST)
+{
+    if (HidDevice* hidDevice = Prepared(device)) {
+        hidDevice->Close();
+        delete hidDevice;
     }
-    context->isPrepared = 0;
+    if (TestDeviceContext* context = GetTestDeviceContext(device))
+        *context = {nullptr, 0};
     return STATUS_SUCCESS;
 }
 
 NTSTATUS D0Entry(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
 {
-    TestDeviceContext* context = GetTestDeviceContext(device);
-    if (context == nullptr)
-        return STATUS_UNSUCCESSFUL;
-    if (context->isPrepared == 1 && context->hidDevice != nullptr)
-        testdriver::Module().startReaderStatus = context->hidDevice->StartReader();
+    if (HidDevice* hidDevice = Prepared(device))
+        testdriver::Module().startReaderStatus = hidDevice->StartReader();
     return STATUS_SUCCESS;
 }
 
 NTSTATUS D0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
 {
-    TestDeviceContext* context = GetTestDeviceContext(device);
-    if (context == nullptr)
-        return STATUS_UNSUCCESSFUL;
-    if (context->isPrepared == 1 && context->hidDevice != nullptr)
-        context->hidDevice->StopReader();
+    if (HidDevice* hidDevice = Prepared(device))
+        hidDevice->StopReader();
     return STATUS_SUCCESS;
 }
 

@@ -11,13 +11,6 @@ void FakeEndpoint::SetIoctl(ULONG ioctlCode, IoctlAnswer answer)
     answers_[ioctlCode] = std::move(answer);
 }
 
-void FakeEndpoint::NeverAnswer(ULONG ioctlCode)
-{
-    IoctlAnswer answer;
-    answer.answered = false;
-    SetIoctl(ioctlCode, answer);
-}
-
 void FakeEndpoint::IgnoreCancels(bool ignore)
 {
     std::lock_guard lock(mutex_);
@@ -31,9 +24,9 @@ void FakeEndpoint::Feed(std::vector<BYTE> bytes)
         queuedInput_.push_back(std::move(bytes));
         return;
     }
-    const Pending read = pending_.front();
+    ReadCompletion* read = pending_.front();
     pending_.pop_front();
-    read.read->Complete(STATUS_SUCCESS, bytes.data(), static_cast<ULONG>(bytes.size()));
+    read->Complete(STATUS_SUCCESS, bytes.data(), static_cast<ULONG>(bytes.size()));
 }
 
 bool FakeEndpoint::FailRead(NTSTATUS status)
@@ -41,54 +34,26 @@ bool FakeEndpoint::FailRead(NTSTATUS status)
     std::lock_guard lock(mutex_);
     if (pending_.empty())
         return false;
-    const Pending read = pending_.front();
+    ReadCompletion* read = pending_.front();
     pending_.pop_front();
-    read.read->Complete(status, nullptr, 0);
+    read->Complete(status, nullptr, 0);
     return true;
 }
 
-int FakeEndpoint::PendingReads() const
+FakeEndpoint::Seen FakeEndpoint::Counts() const
 {
     std::lock_guard lock(mutex_);
-    return static_cast<int>(pending_.size());
-}
-
-int FakeEndpoint::Submits() const
-{
-    std::lock_guard lock(mutex_);
-    return submits_;
-}
-
-int FakeEndpoint::Cancels() const
-{
-    std::lock_guard lock(mutex_);
-    return cancels_;
-}
-
-int FakeEndpoint::Ioctls() const
-{
-    std::lock_guard lock(mutex_);
-    return ioctls_;
-}
-
-std::vector<BYTE> FakeEndpoint::LastIoctlInput() const
-{
-    std::lock_guard lock(mutex_);
-    return lastInput_;
-}
-
-ULONG FakeEndpoint::LastReadCapacity() const
-{
-    std::lock_guard lock(mutex_);
-    return lastCapacity_;
+    Seen seen = seen_;
+    seen.pendingReads = static_cast<int>(pending_.size());
+    return seen;
 }
 
 HidCollectionEndpoint::IoctlResult FakeEndpoint::DeviceControl(ULONG ioctlCode, const BYTE* input, ULONG inputLength,
                                                                BYTE* output, ULONG outputLength)
 {
     std::lock_guard lock(mutex_);
-    ++ioctls_;
-    lastInput_.assign(input, input + (input != nullptr ? inputLength : 0));
+    ++seen_.ioctls;
+    seen_.lastIoctlInput.assign(input, input + (input != nullptr ? inputLength : 0));
     auto it = answers_.find(ioctlCode);
     if (it == answers_.end())
         return IoctlResult{STATUS_INVALID_DEVICE_REQUEST, 0, true};
@@ -104,24 +69,24 @@ HidCollectionEndpoint::IoctlResult FakeEndpoint::DeviceControl(ULONG ioctlCode, 
 void FakeEndpoint::SubmitRead(ReadCompletion* read, ULONG capacity)
 {
     std::lock_guard lock(mutex_);
-    ++submits_;
-    lastCapacity_ = capacity;
-    if (!queuedInput_.empty()) {
-        std::vector<BYTE> bytes = std::move(queuedInput_.front());
-        queuedInput_.pop_front();
-        read->Complete(STATUS_SUCCESS, bytes.data(), static_cast<ULONG>(bytes.size()));
+    ++seen_.submits;
+    seen_.lastReadCapacity = capacity;
+    if (queuedInput_.empty()) {
+        pending_.push_back(read);
         return;
     }
-    pending_.push_back(Pending{read, capacity});
+    const std::vector<BYTE> bytes = std::move(queuedInput_.front());
+    queuedInput_.pop_front();
+    read->Complete(STATUS_SUCCESS, bytes.data(), static_cast<ULONG>(bytes.size()));
 }
 
 bool FakeEndpoint::CancelRead(ReadCompletion* read)
 {
     std::lock_guard lock(mutex_);
-    auto it = std::find_if(pending_.begin(), pending_.end(), [read](const Pending& p) { return p.read == read; });
+    auto it = std::find(pending_.begin(), pending_.end(), read);
     if (it == pending_.end())
         return false;
-    ++cancels_;
+    ++seen_.cancels;
     if (ignoreCancels_)
         return true;
     pending_.erase(it);

@@ -2,7 +2,6 @@
 // never), reads completed when the test feeds input. Thread-safe.
 #pragma once
 
-#include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -19,25 +18,25 @@ public:
         std::vector<BYTE> output;
         bool answered = true;
     };
+    struct Seen {
+        int pendingReads = 0;
+        int submits = 0;
+        int cancels = 0;
+        int ioctls = 0;
+        ULONG lastReadCapacity = 0;
+        std::vector<BYTE> lastIoctlInput;
+    };
 
-    // How the endpoint answers `ioctlCode` from now on. Unknown codes get
-    // STATUS_INVALID_DEVICE_REQUEST.
+    // How `ioctlCode` is answered from now on; unknown codes get STATUS_INVALID_DEVICE_REQUEST.
     void SetIoctl(ULONG ioctlCode, IoctlAnswer answer);
-    void NeverAnswer(ULONG ioctlCode);
-
-    // Completes the pending read with `bytes`; without one, queues them for the next read.
+    void NeverAnswer(ULONG ioctlCode) { SetIoctl(ioctlCode, {STATUS_PENDING, {}, false}); }
+    // Completes the oldest pending read with `bytes`; without one, queues them for the next read.
     void Feed(std::vector<BYTE> bytes);
-    // Completes the pending read with a failure and no data.
+    // Completes the oldest pending read with a failure and no data.
     bool FailRead(NTSTATUS status);
     // When set, a cancelled read is acknowledged but never completed (a broken device).
     void IgnoreCancels(bool ignore);
-
-    int PendingReads() const;
-    int Submits() const;
-    int Cancels() const;
-    int Ioctls() const;
-    std::vector<BYTE> LastIoctlInput() const;
-    ULONG LastReadCapacity() const;
+    Seen Counts() const;
 
     IoctlResult DeviceControl(ULONG ioctlCode, const BYTE* input, ULONG inputLength, BYTE* output,
                               ULONG outputLength) override;
@@ -45,21 +44,12 @@ public:
     bool CancelRead(ReadCompletion* read) override;
 
 private:
-    struct Pending {
-        ReadCompletion* read;
-        ULONG capacity;
-    };
-
     mutable std::mutex mutex_;
     std::map<ULONG, IoctlAnswer> answers_;
-    std::deque<Pending> pending_;
+    std::deque<ReadCompletion*> pending_;
     std::deque<std::vector<BYTE>> queuedInput_;
-    std::vector<BYTE> lastInput_;
-    ULONG lastCapacity_ = 0;
     bool ignoreCancels_ = false;
-    int submits_ = 0;
-    int cancels_ = 0;
-    int ioctls_ = 0;
+    Seen seen_;
 };
 
 }  // namespace host::framework::testing

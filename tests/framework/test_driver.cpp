@@ -2,98 +2,44 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 #include "platform/system.h"
 
 namespace host::framework::testing {
+namespace {
 
-void TestDriverStats::Reset()
-{
-    std::lock_guard lock(mutex_);
-    reads_ = 0;
-    bytes_ = 0;
-    ticks_ = 0;
-    ioctlStatus_ = STATUS_PENDING;
-    unloaded_ = false;
-}
+std::mutex statsMutex;
+std::condition_variable statsChanged;
+TestDriverStats stats;
 
-void TestDriverStats::AddRead(ULONG bytes)
+void Record(const std::function<void(TestDriverStats&)>& change)
 {
     {
-        std::lock_guard lock(mutex_);
-        ++reads_;
-        bytes_ += bytes;
+        std::lock_guard lock(statsMutex);
+        change(stats);
     }
-    changed_.notify_all();
+    statsChanged.notify_all();
 }
 
-void TestDriverStats::AddTick()
-{
-    {
-        std::lock_guard lock(mutex_);
-        ++ticks_;
-    }
-    changed_.notify_all();
-}
+}  // namespace
 
-void TestDriverStats::SetIoctlStatus(NTSTATUS status)
+TestDriverStats Stats()
 {
-    std::lock_guard lock(mutex_);
-    ioctlStatus_ = status;
-}
-
-void TestDriverStats::SetUnloaded()
-{
-    std::lock_guard lock(mutex_);
-    unloaded_ = true;
-}
-
-int TestDriverStats::Reads() const
-{
-    std::lock_guard lock(mutex_);
-    return reads_;
-}
-
-ULONG TestDriverStats::Bytes() const
-{
-    std::lock_guard lock(mutex_);
-    return bytes_;
-}
-
-int TestDriverStats::Ticks() const
-{
-    std::lock_guard lock(mutex_);
-    return ticks_;
-}
-
-NTSTATUS TestDriverStats::IoctlStatus() const
-{
-    std::lock_guard lock(mutex_);
-    return ioctlStatus_;
-}
-
-bool TestDriverStats::Unloaded() const
-{
-    std::lock_guard lock(mutex_);
-    return unloaded_;
-}
-
-bool TestDriverStats::WaitForReads(int count) const
-{
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return reads_ >= count; });
-}
-
-bool TestDriverStats::WaitForTicks(int count) const
-{
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return ticks_ >= count; });
-}
-
-TestDriverStats& Stats()
-{
-    static TestDriverStats stats;
+    std::lock_guard lock(statsMutex);
     return stats;
+}
+
+void ResetStats()
+{
+    Record([](TestDriverStats& s) { s = TestDriverStats{}; });
+}
+
+bool WaitForStats(const std::function<bool(const TestDriverStats&)>& done)
+{
+    std::unique_lock lock(statsMutex);
+    return statsChanged.wait_for(lock, std::chrono::seconds(20), [&] { return done(stats); });
 }
 
 namespace {
@@ -105,8 +51,7 @@ struct TestDevice {
     WDFTIMER timer;
     WDFMEMORY scratch;
     void* heapBlock;
-    std::atomic<ULONG> reading;
-    std::atomic<ULONG> ticking;
+    std::atomic<ULONG> running;  // reads and ticks re-arm while set
     BYTE buffer[kReadBufferSize];
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(TestDevice, GetTestDevice)
@@ -121,40 +66,71 @@ NTSTATUS SubmitRead(TestDevice& context);
 void OnReadComplete(WDFREQUEST request, WDFIOTARGET, PWDF_REQUEST_COMPLETION_PARAMS params, WDFCONTEXT completionContext)
 {
     auto& context = *static_cast<TestDevice*>(completionContext);
-    const ULONG_PTR bytes = params->Type == WdfRequestTypeRead ? params->IoStatus.Information : 0;
+    const ULONG bytes = params->Type == WdfRequestTypeRead ? static_cast<ULONG>(params->IoStatus.Information) : 0;
     if (bytes > 0)
-        Stats().AddRead(static_cast<ULONG>(bytes));
+        Record([bytes](TestDriverStats& s) {
+            ++s.reads;
+            s.bytes += bytes;
+        });
     WdfWaitLockAcquire(context.lock, nullptr);
     WdfObjectDelete(request);
     context.read = nullptr;
-    if (bytes > 0 && context.reading.load(std::memory_order_relaxed) == 1)
+    if (bytes > 0 && context.running.load(std::memory_order_relaxed) == 1)
         SubmitRead(context);
     WdfWaitLockRelease(context.lock);
+}
+
+// A request on the target with `buffer` lent as its memory, formatted by `format`.
+NTSTATUS CreateRequest(TestDevice& context, void* buffer, SIZE_T size, WDFREQUEST* request,
+                       const std::function<NTSTATUS(WDFREQUEST, WDFMEMORY)>& format)
+{
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+    attributes.ParentObject = context.target;
+    NTSTATUS status = WdfRequestCreate(&attributes, context.target, request);
+    if (!NT_SUCCESS(status))
+        return status;
+    attributes.ParentObject = *request;
+    WDFMEMORY memory = nullptr;
+    status = WdfMemoryCreatePreallocated(&attributes, buffer, size, &memory);
+    if (NT_SUCCESS(status))
+        status = format(*request, memory);
+    if (!NT_SUCCESS(status))
+        WdfObjectDelete(*request);
+    return status;
 }
 
 // Called with the lock held (or before anyone else can see the context).
 NTSTATUS SubmitRead(TestDevice& context)
 {
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    attributes.ParentObject = context.target;
     WDFREQUEST request = nullptr;
-    NTSTATUS status = WdfRequestCreate(&attributes, context.target, &request);
+    NTSTATUS status = CreateRequest(context, context.buffer, sizeof(context.buffer), &request,
+                                    [&](WDFREQUEST r, WDFMEMORY memory) {
+                                        return WdfIoTargetFormatRequestForRead(context.target, r, memory, nullptr, nullptr);
+                                    });
     if (!NT_SUCCESS(status))
         return status;
-    attributes.ParentObject = request;
-    WDFMEMORY memory = nullptr;
-    status = WdfMemoryCreatePreallocated(&attributes, context.buffer, sizeof(context.buffer), &memory);
-    if (NT_SUCCESS(status))
-        status = WdfIoTargetFormatRequestForRead(context.target, request, memory, nullptr, nullptr);
-    if (NT_SUCCESS(status)) {
-        WdfRequestSetCompletionRoutine(request, OnReadComplete, &context);
-        context.read = request;
-        if (WdfRequestSend(request, context.target, nullptr))
-            return STATUS_SUCCESS;
-        status = WdfRequestGetStatus(request);
-        context.read = nullptr;
-    }
+    WdfRequestSetCompletionRoutine(request, OnReadComplete, &context);
+    context.read = request;
+    if (WdfRequestSend(request, context.target, nullptr))
+        return STATUS_SUCCESS;
+    context.read = nullptr;
+    status = WdfRequestGetStatus(request);
+    WdfObjectDelete(request);
+    return status;
+}
+
+NTSTATUS SendInfoIoctl(TestDevice& context)
+{
+    BYTE info[12] = {};
+    WDFREQUEST request = nullptr;
+    NTSTATUS status = CreateRequest(context, info, sizeof(info), &request, [&](WDFREQUEST r, WDFMEMORY output) {
+        return WdfIoTargetFormatRequestForIoctl(context.target, r, kInfoIoctl, nullptr, nullptr, output, nullptr);
+    });
+    if (!NT_SUCCESS(status))
+        return status;
+    WDF_REQUEST_SEND_OPTIONS options{sizeof(options), 3, -50'000'000};
+    status = WdfRequestSend(request, context.target, &options) ? STATUS_SUCCESS : WdfRequestGetStatus(request);
     WdfObjectDelete(request);
     return status;
 }
@@ -164,32 +140,9 @@ void OnTick(WDFTIMER timer)
     TestDevice* context = GetTestDevice(WdfTimerGetParentObject(timer));
     if (context == nullptr)
         return;
-    Stats().AddTick();
-    if (context->ticking.load(std::memory_order_relaxed) == 1)
+    Record([](TestDriverStats& s) { ++s.ticks; });
+    if (context->running.load(std::memory_order_relaxed) == 1)
         WdfTimerStart(timer, WDF_REL_TIMEOUT_IN_MS(kTickMs));
-}
-
-NTSTATUS SendInfoIoctl(TestDevice& context)
-{
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    attributes.ParentObject = context.target;
-    WDFREQUEST request = nullptr;
-    NTSTATUS status = WdfRequestCreate(&attributes, context.target, &request);
-    if (!NT_SUCCESS(status))
-        return status;
-    BYTE info[12] = {};
-    attributes.ParentObject = request;
-    WDFMEMORY output = nullptr;
-    status = WdfMemoryCreatePreallocated(&attributes, info, sizeof(info), &output);
-    if (NT_SUCCESS(status))
-        status = WdfIoTargetFormatRequestForIoctl(context.target, request, kInfoIoctl, nullptr, nullptr, output, nullptr);
-    if (NT_SUCCESS(status)) {
-        WDF_REQUEST_SEND_OPTIONS options{sizeof(options), 3, -50'000'000};
-        status = WdfRequestSend(request, context.target, &options) ? STATUS_SUCCESS : WdfRequestGetStatus(request);
-    }
-    WdfObjectDelete(request);
-    return status;
 }
 
 NTSTATUS OnPrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST)
@@ -229,7 +182,8 @@ NTSTATUS OnPrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST)
         context->target = nullptr;
         return status;
     }
-    Stats().SetIoctlStatus(SendInfoIoctl(*context));
+    const NTSTATUS ioctlStatus = SendInfoIoctl(*context);
+    Record([ioctlStatus](TestDriverStats& s) { s.ioctlStatus = ioctlStatus; });
     return STATUS_SUCCESS;
 }
 
@@ -238,8 +192,7 @@ NTSTATUS OnD0Entry(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
     TestDevice* context = GetTestDevice(device);
     if (context == nullptr || context->target == nullptr)
         return STATUS_SUCCESS;
-    context->reading.store(1, std::memory_order_relaxed);
-    context->ticking.store(1, std::memory_order_relaxed);
+    context->running.store(1, std::memory_order_relaxed);
     WdfWaitLockAcquire(context->lock, nullptr);
     SubmitRead(*context);
     WdfWaitLockRelease(context->lock);
@@ -252,8 +205,7 @@ NTSTATUS OnD0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
     TestDevice* context = GetTestDevice(device);
     if (context == nullptr || context->target == nullptr)
         return STATUS_SUCCESS;
-    context->reading.store(0, std::memory_order_relaxed);
-    context->ticking.store(0, std::memory_order_relaxed);
+    context->running.store(0, std::memory_order_relaxed);
     WdfWaitLockAcquire(context->lock, nullptr);
     if (context->read != nullptr)
         WdfRequestCancelSentRequest(context->read);
@@ -262,28 +214,25 @@ NTSTATUS OnD0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
     return STATUS_SUCCESS;
 }
 
+template <typename Handle>
+void DeleteIfCreated(Handle& object)
+{
+    if (object != nullptr)
+        WdfObjectDelete(object);
+    object = nullptr;
+}
+
 NTSTATUS OnReleaseHardware(WDFDEVICE device, WDFCMRESLIST)
 {
     TestDevice* context = GetTestDevice(device);
     if (context == nullptr)
         return STATUS_UNSUCCESSFUL;
-    if (context->target != nullptr) {
+    if (context->target != nullptr)
         WdfIoTargetClose(context->target);
-        WdfObjectDelete(context->target);
-        context->target = nullptr;
-    }
-    if (context->timer != nullptr) {
-        WdfObjectDelete(context->timer);
-        context->timer = nullptr;
-    }
-    if (context->scratch != nullptr) {
-        WdfObjectDelete(context->scratch);
-        context->scratch = nullptr;
-    }
-    if (context->lock != nullptr) {
-        WdfObjectDelete(context->lock);
-        context->lock = nullptr;
-    }
+    DeleteIfCreated(context->target);
+    DeleteIfCreated(context->timer);
+    DeleteIfCreated(context->scratch);
+    DeleteIfCreated(context->lock);
     HeapFree(GetProcessHeap(), 0, context->heapBlock);
     context->heapBlock = nullptr;
     return STATUS_SUCCESS;
@@ -306,16 +255,14 @@ NTSTATUS OnDeviceAdd(WDFDRIVER, PWDFDEVICE_INIT deviceInit)
     NTSTATUS status = WdfDeviceCreate(&deviceInit, &attributes, &device);
     if (!NT_SUCCESS(status))
         return status;
-    WDF_OBJECT_ATTRIBUTES extra;
-    WDF_OBJECT_ATTRIBUTES_INIT(&extra);
-    extra.ContextTypeInfo = WDF_GET_CONTEXT_TYPE_INFO(DeviceExtra);
+    attributes.ContextTypeInfo = WDF_GET_CONTEXT_TYPE_INFO(DeviceExtra);
     void* unused = nullptr;
-    return WdfObjectAllocateContext(device, &extra, &unused);
+    return WdfObjectAllocateContext(device, &attributes, &unused);
 }
 
 void OnUnload(WDFDRIVER)
 {
-    Stats().SetUnloaded();
+    Record([](TestDriverStats& s) { s.unloaded = true; });
 }
 
 }  // namespace
@@ -324,9 +271,6 @@ void OnUnload(WDFDRIVER)
 extern "C" NTSTATUS DriverEntry(PDRIVER_OBJECT DriverObject, PUNICODE_STRING RegistryPath)
 {
     using namespace host::framework::testing;
-    WDF_DRIVER_CONFIG config{};
-    config.Size = sizeof(config);
-    config.EvtDriverDeviceAdd = OnDeviceAdd;
-    config.EvtDriverUnload = OnUnload;
+    WDF_DRIVER_CONFIG config{sizeof(config), OnDeviceAdd, OnUnload, 0, 0};
     return WdfDriverCreate(DriverObject, RegistryPath, nullptr, &config, nullptr);
 }

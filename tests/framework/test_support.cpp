@@ -1,5 +1,7 @@
 #include "tests/framework/test_support.h"
 
+#include <algorithm>
+
 #include "host/framework/clock.h"
 
 namespace host::framework::testing {
@@ -11,14 +13,10 @@ NTSTATUS MiniDeviceAdd(WDFDRIVER /*driver*/, PWDFDEVICE_INIT deviceInit)
     WdfDeviceInitSetPnpPowerEventCallbacks(deviceInit, &config.callbacks);
     if (!config.createDevice)
         return config.deviceAddResult;
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    attributes.ContextTypeInfo = config.deviceContext;
+    WDF_OBJECT_ATTRIBUTES attributes = Attributes(nullptr, config.deviceContext);
     WDFDEVICE device = nullptr;
     const NTSTATUS status = WdfDeviceCreate(&deviceInit, &attributes, &device);
-    if (!NT_SUCCESS(status))
-        return status;
-    return config.deviceAddResult;
+    return NT_SUCCESS(status) ? config.deviceAddResult : status;
 }
 
 }  // namespace
@@ -37,16 +35,30 @@ MiniDriverConfig& MiniDriver()
 NTSTATUS MiniDriverEntry(void* /*loaderInterface*/, void* /*context*/, PDRIVER_OBJECT driverObject,
                          PUNICODE_STRING registryPath)
 {
-    WDF_DRIVER_CONFIG config{};
-    config.Size = sizeof(config);
-    config.EvtDriverDeviceAdd = MiniDeviceAdd;
-    config.EvtDriverUnload = MiniDriver().unload;
+    WDF_DRIVER_CONFIG config{sizeof(config), MiniDeviceAdd, MiniDriver().unload, 0, 0};
     return WdfDriverCreate(driverObject, registryPath, nullptr, &config, nullptr);
+}
+
+WDF_OBJECT_ATTRIBUTES Attributes(WDFOBJECT parent, PCWDF_OBJECT_CONTEXT_TYPE_INFO context)
+{
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+    attributes.ParentObject = parent;
+    attributes.ContextTypeInfo = context;
+    return attributes;
+}
+
+WDF_IO_TARGET_OPEN_PARAMS OpenByFile()
+{
+    WDF_IO_TARGET_OPEN_PARAMS params{};
+    params.Size = sizeof(params);
+    params.Type = WdfIoTargetOpenLocalTargetByFile;
+    return params;
 }
 
 void HostTest::SetUp()
 {
-    host::FaultInjector::Instance().Reset();
+    Faults().Reset();
     MiniDriver() = MiniDriverConfig{};
     MiniDriver().callbacks.Size = sizeof(WDF_PNPPOWER_EVENT_CALLBACKS);
     host_ = std::make_unique<DriverHost>(mode_, StartTime());
@@ -54,18 +66,28 @@ void HostTest::SetUp()
 
 void HostTest::TearDown()
 {
-    if (host_ != nullptr)
-        ExpectCleanUnload();
+    if (host_ != nullptr) {
+        host_->Unload();
+        EXPECT_EQ(host_->Leaks(), "");
+        const auto violations = host_->Violations();
+        EXPECT_TRUE(violations.empty()) << violations.size() << " violation(s), first: " << violations.front();
+        ClearViolations();
+    }
     host_.reset();
-    host::FaultInjector::Instance().Reset();
+    Faults().Reset();
 }
 
-void HostTest::ExpectCleanUnload()
+void HostTest::ExpectViolations(std::initializer_list<const char*> texts, std::size_t count)
 {
-    host_->Unload();
-    EXPECT_EQ(host_->Leaks(), "");
     const auto violations = host_->Violations();
-    EXPECT_TRUE(violations.empty()) << violations.size() << " violation(s), first: " << violations.front();
+    for (const std::string text : texts) {
+        const bool found = std::any_of(violations.begin(), violations.end(),
+                                       [&](const std::string& v) { return v.find(text) != std::string::npos; });
+        EXPECT_TRUE(found) << "no violation mentions \"" << text << "\"";
+    }
+    if (count != 0) {
+        EXPECT_EQ(violations.size(), count);
+    }
     ClearViolations();
 }
 
@@ -81,20 +103,9 @@ WDFIOTARGET DeviceTest::OpenTarget()
 {
     WDFIOTARGET target = nullptr;
     EXPECT_EQ(WdfIoTargetCreate(Device(), nullptr, &target), STATUS_SUCCESS);
-    WDF_IO_TARGET_OPEN_PARAMS params{};
-    params.Size = sizeof(params);
-    params.Type = WdfIoTargetOpenLocalTargetByFile;
+    WDF_IO_TARGET_OPEN_PARAMS params = OpenByFile();
     EXPECT_EQ(WdfIoTargetOpen(target, &params), STATUS_SUCCESS);
     return target;
-}
-
-bool HasViolation(const DriverHost& host, const std::string& text)
-{
-    for (const std::string& violation : host.Violations()) {
-        if (violation.find(text) != std::string::npos)
-            return true;
-    }
-    return false;
 }
 
 }  // namespace host::framework::testing

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -28,15 +29,20 @@ MiniDriverConfig& MiniDriver();
 NTSTATUS MiniDriverEntry(void* loaderInterface, void* context, PDRIVER_OBJECT driverObject,
                          PUNICODE_STRING registryPath);
 
-// A clean process state and a host, no driver yet.
+WDF_OBJECT_ATTRIBUTES Attributes(WDFOBJECT parent, PCWDF_OBJECT_CONTEXT_TYPE_INFO context = nullptr);
+WDF_IO_TARGET_OPEN_PARAMS OpenByFile();
+inline FaultInjector& Faults() { return FaultInjector::Instance(); }
+
+// A clean process state and a host, no driver yet. TearDown unloads and fails
+// the test if anything is left or a violation is still recorded.
 class HostTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Fails the test if anything is left or a violation was recorded. Tests that
-    // provoke violations check them and call ClearViolations().
-    void ExpectCleanUnload();
+    // Expects a recorded violation mentioning each text (and exactly `count`
+    // violations when given), then clears them.
+    void ExpectViolations(std::initializer_list<const char*> texts, std::size_t count = 0);
 
     ClockMode mode_ = ClockMode::Deterministic;  // set by a fixture before SetUp
     FakeEndpoint endpoint_;
@@ -53,8 +59,5 @@ protected:
     // A target created on the device and opened by file.
     WDFIOTARGET OpenTarget();
 };
-
-// Whether the recorded violations contain one mentioning `text`.
-bool HasViolation(const DriverHost& host, const std::string& text);
 
 }  // namespace host::framework::testing

@@ -13,6 +13,71 @@ namespace {
 
 using namespace test;
 
+// Every HidP_* call once, with valid arguments apart from the ones under test.
+struct AnyCall {
+    const char* name;
+    NTSTATUS (*run)(HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report);
+};
+
+ULONG Length(const std::vector<CHAR>& report)
+{
+    return static_cast<ULONG>(report.size());
+}
+
+const AnyCall kCalls[] = {
+    {"GetCaps", [](HIDP_REPORT_TYPE, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>&) {
+         HIDP_CAPS caps;
+         return HidP_GetCaps(pp, &caps);
+     }},
+    {"GetLinkCollectionNodes", [](HIDP_REPORT_TYPE, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>&) {
+         HIDP_LINK_COLLECTION_NODE nodes[16];
+         ULONG length = 16;
+         return HidP_GetLinkCollectionNodes(nodes, &length, pp);
+     }},
+    {"GetValueCaps", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>&) {
+         HIDP_VALUE_CAPS caps[16];
+         USHORT length = 16;
+         return HidP_GetValueCaps(type, caps, &length, pp);
+     }},
+    {"GetButtonCaps", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>&) {
+         HIDP_BUTTON_CAPS caps[16];
+         USHORT length = 16;
+         return HidP_GetButtonCaps(type, caps, &length, pp);
+     }},
+    {"GetUsageValue", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         ULONG value = 0;
+         return HidP_GetUsageValue(type, 0x20, 0, 0x544, &value, pp, report.data(), Length(report));
+     }},
+    {"SetUsageValue", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         return HidP_SetUsageValue(type, 0x20, 0, 0x544, 1, pp, report.data(), Length(report));
+     }},
+    {"GetUsageValueArray", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         char array[64];
+         return HidP_GetUsageValueArray(type, 0x20, 0, 0x308, array, 64, pp, report.data(), Length(report));
+     }},
+    {"SetUsageValueArray", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         char array[64] = {};
+         return HidP_SetUsageValueArray(type, 0x20, 0, 0x308, array, 64, pp, report.data(), Length(report));
+     }},
+    {"GetUsages", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         USAGE usages[4];
+         ULONG length = 4;
+         return HidP_GetUsages(type, 0x20, 0, usages, &length, pp, report.data(), Length(report));
+     }},
+    {"SetUsages", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         USAGE usages[1] = {0x801};
+         ULONG length = 1;
+         return HidP_SetUsages(type, 0x20, 0, usages, &length, pp, report.data(), Length(report));
+     }},
+    {"UnsetUsages", [](HIDP_REPORT_TYPE type, PHIDP_PREPARSED_DATA pp, std::vector<CHAR>& report) {
+         USAGE usages[1] = {0x801};
+         ULONG length = 1;
+         return HidP_UnsetUsages(type, 0x20, 0, usages, &length, pp, report.data(), Length(report));
+     }},
+};
+
+// A custom sensor with report ID 3: values 0x544 and 0x545 in the input
+// report, selectors and the 0x308 description in the feature report.
 class CallStatus : public testing::Test {
 protected:
     void SetUp() override
@@ -25,164 +90,129 @@ protected:
         feature_ = EmptyReport(blob_, HidP_Feature, 3);
     }
 
-    ULONG InputLength() const { return static_cast<ULONG>(input_.size()); }
-
     PreparsedBlob blob_;
     PHIDP_PREPARSED_DATA pp_ = nullptr;
     std::vector<CHAR> input_;
     std::vector<CHAR> feature_;
 };
 
-TEST_F(CallStatus, InvalidPreparsedData)
+TEST_F(CallStatus, InvalidPreparsedDataComesFirstInEveryCall)
 {
     std::vector<std::uint8_t> garbage(blob_.size(), 0xA5);
     for (PHIDP_PREPARSED_DATA bad :
          {static_cast<PHIDP_PREPARSED_DATA>(nullptr), reinterpret_cast<PHIDP_PREPARSED_DATA>(garbage.data())}) {
-        HIDP_CAPS caps;
-        EXPECT_EQ(HidP_GetCaps(bad, &caps), HIDP_STATUS_INVALID_PREPARSED_DATA);
-        ULONG nodes = 10;
-        HIDP_LINK_COLLECTION_NODE nodeList[10];
-        EXPECT_EQ(HidP_GetLinkCollectionNodes(nodeList, &nodes, bad), HIDP_STATUS_INVALID_PREPARSED_DATA);
-        USHORT count = 10;
-        HIDP_VALUE_CAPS values[10];
-        EXPECT_EQ(HidP_GetValueCaps(HidP_Input, values, &count, bad), HIDP_STATUS_INVALID_PREPARSED_DATA);
-        HIDP_BUTTON_CAPS buttons[10];
-        EXPECT_EQ(HidP_GetButtonCaps(HidP_Input, buttons, &count, bad), HIDP_STATUS_INVALID_PREPARSED_DATA);
-        ULONG value = 0;
-        EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, bad, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, 0x544, 1, bad, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        char array[64];
-        EXPECT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, 0x308, array, 64, bad, feature_.data(),
-                                          static_cast<ULONG>(feature_.size())),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        EXPECT_EQ(HidP_SetUsageValueArray(HidP_Feature, 0x20, 0, 0x308, array, 64, bad, feature_.data(),
-                                          static_cast<ULONG>(feature_.size())),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        USAGE usages[4];
-        ULONG length = 4;
-        EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x20, 0, usages, &length, bad, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        EXPECT_EQ(HidP_SetUsages(HidP_Input, 0x20, 0, usages, &length, bad, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
-        EXPECT_EQ(HidP_UnsetUsages(HidP_Input, 0x20, 0, usages, &length, bad, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
+        for (const AnyCall& call : kCalls) {
+            // Even with a report type that is wrong too.
+            for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Feature, static_cast<HIDP_REPORT_TYPE>(3)})
+                EXPECT_EQ(call.run(type, bad, input_), HIDP_STATUS_INVALID_PREPARSED_DATA) << call.name;
+        }
     }
 }
 
 TEST_F(CallStatus, InvalidReportType)
 {
     for (int raw : {3, -1, 100}) {
-        const auto type = static_cast<HIDP_REPORT_TYPE>(raw);
-        USHORT count = 4;
-        HIDP_VALUE_CAPS values[4];
-        HIDP_BUTTON_CAPS buttons[4];
-        EXPECT_EQ(HidP_GetValueCaps(type, values, &count, pp_), HIDP_STATUS_INVALID_REPORT_TYPE);
-        EXPECT_EQ(HidP_GetButtonCaps(type, buttons, &count, pp_), HIDP_STATUS_INVALID_REPORT_TYPE);
-        ULONG value = 0;
-        EXPECT_EQ(HidP_GetUsageValue(type, 0x20, 0, 0x544, &value, pp_, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_REPORT_TYPE);
-        EXPECT_EQ(HidP_SetUsageValue(type, 0x20, 0, 0x544, 1, pp_, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_REPORT_TYPE);
-        char array[64];
-        EXPECT_EQ(HidP_GetUsageValueArray(type, 0x20, 0, 0x308, array, 64, pp_, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_REPORT_TYPE);
-        USAGE usages[4];
-        ULONG length = 4;
-        EXPECT_EQ(HidP_GetUsages(type, 0x20, 0, usages, &length, pp_, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_REPORT_TYPE);
-        EXPECT_EQ(HidP_SetUsages(type, 0x20, 0, usages, &length, pp_, input_.data(), InputLength()),
-                  HIDP_STATUS_INVALID_REPORT_TYPE);
+        for (const AnyCall& call : kCalls) {
+            const std::string name = call.name;
+            if (name == "GetCaps" || name == "GetLinkCollectionNodes") continue;  // take no report type
+            EXPECT_EQ(call.run(static_cast<HIDP_REPORT_TYPE>(raw), pp_, input_), HIDP_STATUS_INVALID_REPORT_TYPE)
+                << name << " " << raw;
+        }
     }
 }
 
-TEST_F(CallStatus, InvalidReportLength)
+// Statuses of the calls that address one usage in one report.
+TEST_F(CallStatus, LookupFailures)
 {
-    ULONG value = 0;
-    for (ULONG length : {InputLength() - 1, InputLength() + 1, 0u}) {
-        EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, input_.data(), length),
-                  HIDP_STATUS_INVALID_REPORT_LENGTH);
+    enum class Op { GetValue, SetValue, GetUsages };
+    struct Case {
+        const char* what;
+        Op op;
+        HIDP_REPORT_TYPE type;
+        USAGE page;
+        USHORT link;
+        USAGE usage;
+        std::uint8_t reportId;
+        int lengthChange;  // against the input report's length; -100 gives length 0
+        NTSTATUS expected;
+    };
+    const int featureLonger = static_cast<int>(feature_.size()) - static_cast<int>(input_.size());
+    const Case cases[] = {
+        {"one byte short", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 3, -1, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"one byte long", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 3, +1, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"empty", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 3, -100, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"feature length", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 3, featureLonger,
+         HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"buttons, short", Op::GetUsages, HidP_Input, 0x20, 0, 0, 3, -1, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"buttons, long", Op::GetUsages, HidP_Input, 0x20, 0, 0, 3, +1, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"buttons, empty", Op::GetUsages, HidP_Input, 0x20, 0, 0, 3, -100, HIDP_STATUS_INVALID_REPORT_LENGTH},
+        {"other usage", Op::GetValue, HidP_Input, 0x20, 0, 0x546, 3, 0, HIDP_STATUS_USAGE_NOT_FOUND},
+        {"other page", Op::GetValue, HidP_Input, 0x21, 0, 0x544, 3, 0, HIDP_STATUS_USAGE_NOT_FOUND},
+        {"other link collection", Op::GetValue, HidP_Input, 0x20, 1, 0x544, 3, 0, HIDP_STATUS_USAGE_NOT_FOUND},
+        {"a selector is no value", Op::GetValue, HidP_Input, 0x20, 0, 0x801, 3, 0, HIDP_STATUS_USAGE_NOT_FOUND},
+        {"no button page", Op::GetUsages, HidP_Input, 0x09, 0, 0, 3, 0, HIDP_STATUS_USAGE_NOT_FOUND},
+        {"other report ID", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 4, 0, HIDP_STATUS_INCOMPATIBLE_REPORT_ID},
+        {"Set, other report ID", Op::SetValue, HidP_Input, 0x20, 0, 0x544, 4, 0, HIDP_STATUS_INCOMPATIBLE_REPORT_ID},
+        {"buttons, other report ID", Op::GetUsages, HidP_Input, 0x20, 0, 0, 4, 0, HIDP_STATUS_INCOMPATIBLE_REPORT_ID},
+        {"Get never adopts byte 0 == 0", Op::GetValue, HidP_Input, 0x20, 0, 0x544, 0, 0,
+         HIDP_STATUS_INCOMPATIBLE_REPORT_ID},
+    };
+    for (const Case& c : cases) {
+        const long length = c.lengthChange == -100 ? 0 : static_cast<long>(input_.size()) + c.lengthChange;
+        std::vector<CHAR> report(static_cast<std::size_t>(length) + 1, 0);  // never shorter than one byte
+        report[0] = static_cast<CHAR>(c.reportId);
+        const auto reportLength = static_cast<ULONG>(length);
+        ULONG value = 0;
         USAGE usages[4];
         ULONG count = 4;
-        EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x20, 0, usages, &count, pp_, input_.data(), length),
-                  HIDP_STATUS_INVALID_REPORT_LENGTH);
+        const NTSTATUS status =
+            c.op == Op::GetValue
+                ? HidP_GetUsageValue(c.type, c.page, c.link, c.usage, &value, pp_, report.data(), reportLength)
+            : c.op == Op::SetValue
+                ? HidP_SetUsageValue(c.type, c.page, c.link, c.usage, 1, pp_, report.data(), reportLength)
+                : HidP_GetUsages(c.type, c.page, c.link, usages, &count, pp_, report.data(), reportLength);
+        EXPECT_EQ(status, c.expected) << c.what;
     }
-    // The feature length does not fit input reports.
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, feature_.data(),
-                                 static_cast<ULONG>(feature_.size())),
-              HIDP_STATUS_INVALID_REPORT_LENGTH);
-}
-
-TEST_F(CallStatus, UsageNotFound)
-{
-    ULONG value = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x546, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_USAGE_NOT_FOUND);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x21, 0, 0x544, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_USAGE_NOT_FOUND);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 1, 0x544, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_USAGE_NOT_FOUND);
-    // A selector is a button, not a value.
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x801, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_USAGE_NOT_FOUND);
     // No output report at all: length 0 is right, nothing is found.
+    ULONG value = 0;
     EXPECT_EQ(HidP_GetUsageValue(HidP_Output, 0x20, 0, 0x544, &value, pp_, input_.data(), 0),
               HIDP_STATUS_USAGE_NOT_FOUND);
-    USAGE usages[4];
-    ULONG length = 4;
-    EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x09, 0, usages, &length, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_USAGE_NOT_FOUND);
-}
-
-TEST_F(CallStatus, IncompatibleReportId)
-{
-    input_[0] = 4;
-    ULONG value = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, 0x544, 1, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    USAGE usages[4];
-    ULONG length = 4;
-    EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x20, 0, usages, &length, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    // Get never adopts byte 0 == 0.
-    input_[0] = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, input_.data(), InputLength()),
-              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
 }
 
 TEST_F(CallStatus, NullArgumentsAreInvalidParameters)
 {
+    const ULONG inputLength = Length(input_);
     EXPECT_EQ(HidP_GetCaps(pp_, nullptr), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(HidP_GetLinkCollectionNodes(nullptr, nullptr, pp_), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(HidP_GetValueCaps(HidP_Input, nullptr, nullptr, pp_), STATUS_INVALID_PARAMETER);
     USHORT count = 1;
     EXPECT_EQ(HidP_GetButtonCaps(HidP_Input, nullptr, &count, pp_), STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, nullptr, pp_, input_.data(), InputLength()),
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, nullptr, pp_, input_.data(), inputLength),
               STATUS_INVALID_PARAMETER);
     ULONG value = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, nullptr, InputLength()),
+    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x544, &value, pp_, nullptr, inputLength),
               STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, 0x544, 1, pp_, nullptr, InputLength()), STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, 0x544, 1, pp_, nullptr, inputLength), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, 0x308, nullptr, 64, pp_, feature_.data(),
-                                      static_cast<ULONG>(feature_.size())),
+                                      Length(feature_)),
               STATUS_INVALID_PARAMETER);
     USAGE usages[4];
-    EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x20, 0, usages, nullptr, pp_, input_.data(), InputLength()),
+    EXPECT_EQ(HidP_GetUsages(HidP_Input, 0x20, 0, usages, nullptr, pp_, input_.data(), inputLength),
               STATUS_INVALID_PARAMETER);
     ULONG length = 2;
-    EXPECT_EQ(HidP_SetUsages(HidP_Input, 0x20, 0, nullptr, &length, pp_, input_.data(), InputLength()),
+    EXPECT_EQ(HidP_SetUsages(HidP_Input, 0x20, 0, nullptr, &length, pp_, input_.data(), inputLength),
               STATUS_INVALID_PARAMETER);
 }
 
-TEST_F(CallStatus, CapabilityListsTooShort)
+TEST_F(CallStatus, CapabilityListsTooShortAndGetCapsClearsReservedWords)
 {
-    const HIDP_CAPS caps = Caps(blob_);
+    HIDP_CAPS caps;
+    std::memset(&caps, 0xCC, sizeof caps);
+    ASSERT_EQ(HidP_GetCaps(pp_, &caps), HIDP_STATUS_SUCCESS);
+    for (USHORT reserved : caps.Reserved) EXPECT_EQ(reserved, 0);
     ASSERT_EQ(caps.NumberFeatureButtonCaps, 12);
 
-    std::vector<HIDP_BUTTON_CAPS> buttons(12);
+    std::vector<HIDP_BUTTON_CAPS> buttons(40);
     USHORT length = 5;
     EXPECT_EQ(HidP_GetButtonCaps(HidP_Feature, buttons.data(), &length, pp_), HIDP_STATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 12);
@@ -192,10 +222,8 @@ TEST_F(CallStatus, CapabilityListsTooShort)
     EXPECT_EQ(HidP_GetButtonCaps(HidP_Feature, nullptr, &length, pp_), HIDP_STATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 12);
     length = 40;  // longer than needed: set to the count copied
-    std::vector<HIDP_BUTTON_CAPS> more(40);
-    EXPECT_EQ(HidP_GetButtonCaps(HidP_Feature, more.data(), &length, pp_), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(HidP_GetButtonCaps(HidP_Feature, buttons.data(), &length, pp_), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(length, 12);
-
     USHORT none = 0;
     EXPECT_EQ(HidP_GetValueCaps(HidP_Output, nullptr, &none, pp_), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(none, 0);
@@ -209,14 +237,6 @@ TEST_F(CallStatus, CapabilityListsTooShort)
     nodeCount = 0;
     EXPECT_EQ(HidP_GetLinkCollectionNodes(nullptr, &nodeCount, pp_), HIDP_STATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(nodeCount, caps.NumberLinkCollectionNodes);
-}
-
-TEST_F(CallStatus, GetCapsClearsTheReservedWords)
-{
-    HIDP_CAPS caps;
-    std::memset(&caps, 0xCC, sizeof caps);
-    ASSERT_EQ(HidP_GetCaps(pp_, &caps), HIDP_STATUS_SUCCESS);
-    for (USHORT reserved : caps.Reserved) EXPECT_EQ(reserved, 0);
 }
 
 }  // namespace

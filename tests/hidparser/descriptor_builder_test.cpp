@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "host/hidparser/sensor_descriptor.h"
 #include "test_support.h"
 
@@ -56,35 +58,37 @@ TEST(SensorDescriptor, CustomSensorInAContainer)
     EXPECT_EQ(caps.FeatureReportByteLength, 1 + 1 + 1 + 4 + 64);  // longest: the 32-char description
     EXPECT_EQ(caps.InputReportByteLength, 1 + 1 + 1 + 4);         // longest: the pedometer's 32-bit value
 
+    // Node: usage, parent, type (Physical 0, Logical 2).
     const auto nodes = Nodes(blob);
-    ASSERT_EQ(nodes.size(), 11u);
-    const USAGE expected[] = {0x0001, 0x00E1, 0x0316, 0x0319, 0x0201, 0x0202, 0x00E1, 0x0316, 0x0319, 0x0201, 0x0202};
-    for (std::size_t i = 0; i < nodes.size(); ++i) EXPECT_EQ(nodes[i].LinkUsage, expected[i]) << i;
-    EXPECT_EQ(nodes[1].CollectionType, HIDP_COLLECTION_PHYSICAL);
-    EXPECT_EQ(nodes[2].CollectionType, HIDP_COLLECTION_LOGICAL);
-    EXPECT_EQ(nodes[6].Parent, 0);
-    EXPECT_EQ(nodes[7].Parent, 6);
+    const std::vector<std::tuple<USAGE, USHORT, UCHAR>> expected = {
+        {0x01, 0, 1},  {0xE1, 0, 0},  {0x316, 1, 2}, {0x319, 1, 2}, {0x201, 1, 2}, {0x202, 1, 2},
+        {0xE1, 0, 0}, {0x316, 6, 2}, {0x319, 6, 2}, {0x201, 6, 2}, {0x202, 6, 2},
+    };
+    ASSERT_EQ(nodes.size(), expected.size());
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        EXPECT_EQ(std::tuple(nodes[i].LinkUsage, nodes[i].Parent, nodes[i].CollectionType), expected[i]) << i;
 
-    const auto input = ValueCaps(blob, HidP_Input);
-    ASSERT_EQ(input.size(), 3u);
-    EXPECT_EQ(input[0].ReportID, 7);
-    EXPECT_EQ(input[0].NotRange.Usage, 0x544);
-    EXPECT_EQ(input[0].LinkCollection, 1);
-    EXPECT_EQ(input[1].NotRange.Usage, 0x545);
-    EXPECT_EQ(input[1].UnitsExp, 0xEu);
-    EXPECT_EQ(input[1].LogicalMin, -1000);
-    EXPECT_EQ(input[2].ReportID, 8);
-    EXPECT_EQ(input[2].LinkCollection, 6);
-    EXPECT_EQ(input[2].BitSize, 32);
-    EXPECT_EQ(input[2].LogicalMax, -1);  // 0xFFFFFFFF as LONG
-
-    const auto feature = ValueCaps(blob, HidP_Feature);
+    // Value: report ID, usage, link collection, bits x count, logical range, exponent code.
+    using Value = std::tuple<UCHAR, USAGE, USHORT, USHORT, USHORT, LONG, LONG, ULONG>;
+    auto values = [&](HIDP_REPORT_TYPE type) {
+        std::vector<Value> out;
+        for (const auto& c : ValueCaps(blob, type))
+            out.emplace_back(c.ReportID, c.NotRange.Usage, c.LinkCollection, c.BitSize, c.ReportCount, c.LogicalMin,
+                             c.LogicalMax, c.UnitsExp);
+        return out;
+    };
+    EXPECT_EQ(values(HidP_Input), (std::vector<Value>{
+                                      {7, 0x544, 1, 8, 1, 0, 100, 0},
+                                      {7, 0x545, 1, 16, 1, -1000, 1000, 0xE},
+                                      {8, 0x544, 6, 32, 1, 0, -1, 0},  // 0xFFFFFFFF as LONG
+                                  }));
+    const auto feature = values(HidP_Feature);
     ASSERT_EQ(feature.size(), 4u);
-    EXPECT_EQ(feature[0].NotRange.Usage, sensor::kReportInterval);
-    EXPECT_EQ(feature[1].NotRange.Usage, sensor::kDescription);
-    EXPECT_EQ(feature[1].ReportCount, 32);
-    EXPECT_EQ(feature[3].ReportCount, 16);
-    EXPECT_EQ(feature[3].ReportID, 8);
+    EXPECT_EQ(std::get<1>(feature[0]), sensor::kReportInterval);
+    EXPECT_EQ(std::get<1>(feature[1]), sensor::kDescription);
+    EXPECT_EQ(std::get<4>(feature[1]), 32);
+    EXPECT_EQ(std::get<4>(feature[3]), 16);
+    EXPECT_EQ(std::get<0>(feature[3]), 8);
 
     const auto selectors = ButtonCaps(blob, HidP_Feature);
     ASSERT_EQ(selectors.size(), 24u);

@@ -3,6 +3,8 @@
 // designator ranges) that devices rarely use but are valid.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "host/hidparser/descriptor_builder.h"
 #include "host/hidparser/sensor_descriptor.h"
 #include "test_support.h"
@@ -26,61 +28,45 @@ TEST(DeviceQuirks, EndCollectionCarryingADataByte)
     EXPECT_EQ(caps.NumberLinkCollectionNodes, 1);
 }
 
-TEST(DeviceQuirks, UnitExponentAsNibbleOrSignedValue)
+// One value field with the given global items in front of its main item:
+// how the capability reads them.
+TEST(DeviceQuirks, ExtentsUnitExponentsAndLateUsagePages)
 {
     struct Case {
-        const char* item;
-        ULONG code;
+        const char* items;
+        USAGE page;
+        LONG min, max;
+        ULONG unitsExp;
     };
     const Case cases[] = {
-        {"55 0E", 0x0E},     // nibble: -2
-        {"55 FE", 0x0E},     // signed byte: -2
-        {"56 FE FF", 0x0E},  // signed word: -2
-        {"55 0F", 0x0F},     // -1
-        {"55 F8", 0x08},     // -8
-        {"55 07", 0x07},    {"54", 0x00},
+        // Unit Exponent as the HID nibble or as a signed value.
+        {"55 0E", 0x20, 0, 0, 0x0E},      // nibble: -2
+        {"55 FE", 0x20, 0, 0, 0x0E},      // signed byte: -2
+        {"56 FE FF", 0x20, 0, 0, 0x0E},   // signed word: -2
+        {"55 0F", 0x20, 0, 0, 0x0F},      // -1
+        {"55 F8", 0x20, 0, 0, 0x08},      // -8
+        {"55 07", 0x20, 0, 0, 0x07},      //
+        {"54", 0x20, 0, 0, 0x00},         //
+        // An unsigned maximum written in fewer bytes.
+        {"15 00 26 FF FF", 0x20, 0, 65535, 0},  // 32-bit field, maximum in 16 bits
+        {"15 00 25 FF", 0x20, 0, 255, 0},
+        {"15 00 27 FF FF FF FF", 0x20, 0, -1, 0},       // full 32 bits: LONG wraps, as on the platform
+        {"16 01 80 26 FF 7F", 0x20, -32767, 32767, 0},  // signed stays signed
+        {"15 FF 25 FF", 0x20, -1, -1, 0},               // a negative minimum keeps the maximum signed
+        {"26 FF FF 15 00", 0x20, 0, 65535, 0},          // order of the two items does not matter
+        // The Usage Page in force at the main item names the usages before it.
+        {"05 21", 0x21, 0, 0, 0},
     };
     for (const Case& c : cases) {
         PreparsedBlob blob =
-            ParseSingle(Hex(std::string("05 20 09 E1 A1 01 0A 44 05 75 10 95 01 ") + c.item + " 81 02 C0"));
+            ParseSingle(Hex(std::string("05 20 09 E1 A1 01 0A 44 05 75 20 95 01 ") + c.items + " 81 02 C0"));
         const auto values = ValueCaps(blob, HidP_Input);
-        ASSERT_EQ(values.size(), 1u);
-        EXPECT_EQ(values[0].UnitsExp, c.code) << c.item;
+        ASSERT_EQ(values.size(), 1u) << c.items;
+        EXPECT_EQ(values[0].UsagePage, c.page) << c.items;
+        EXPECT_EQ(values[0].LogicalMin, c.min) << c.items;
+        EXPECT_EQ(values[0].LogicalMax, c.max) << c.items;
+        EXPECT_EQ(values[0].UnitsExp, c.unitsExp) << c.items;
     }
-}
-
-TEST(DeviceQuirks, UnsignedMaximumWrittenInFewerBytes)
-{
-    struct Case {
-        const char* extents;
-        LONG min;
-        LONG max;
-    };
-    const Case cases[] = {
-        {"15 00 26 FF FF", 0, 65535},  // 32-bit field, maximum in 16 bits
-        {"15 00 25 FF", 0, 255},
-        {"15 00 27 FF FF FF FF", 0, -1},       // full 32 bits: LONG wraps, as on the platform
-        {"16 01 80 26 FF 7F", -32767, 32767},  // signed stays signed
-        {"15 FF 25 FF", -1, -1},               // a negative minimum keeps the maximum signed
-        {"26 FF FF 15 00", 0, 65535},          // order of the two items does not matter
-    };
-    for (const Case& c : cases) {
-        PreparsedBlob blob =
-            ParseSingle(Hex(std::string("05 20 09 E1 A1 01 0A 44 05 75 20 95 01 ") + c.extents + " 81 02 C0"));
-        const auto values = ValueCaps(blob, HidP_Input);
-        ASSERT_EQ(values.size(), 1u);
-        EXPECT_EQ(values[0].LogicalMin, c.min) << c.extents;
-        EXPECT_EQ(values[0].LogicalMax, c.max) << c.extents;
-    }
-}
-
-TEST(DeviceQuirks, PhysicalTopLevelSensorCollection)
-{
-    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-gyro3"));
-    const HIDP_CAPS caps = Caps(blob);
-    EXPECT_EQ(caps.UsagePage, 0x20);
-    EXPECT_EQ(caps.Usage, 0x76);
-    EXPECT_EQ(Nodes(blob)[0].CollectionType, HIDP_COLLECTION_PHYSICAL);
 }
 
 TEST(DeviceQuirks, VendorCollectionNestedInASensor)
@@ -98,23 +84,18 @@ TEST(DeviceQuirks, VendorCollectionNestedInASensor)
     PreparsedBlob blob = ParseSingle(b.Build());
     const auto nodes = Nodes(blob);
     ASSERT_EQ(nodes.size(), 3u);
-    EXPECT_EQ(nodes[2].LinkUsagePage, 0xFF00);
-    EXPECT_EQ(nodes[2].LinkUsage, 0x10);
-    EXPECT_EQ(nodes[2].Parent, 1);
-    EXPECT_EQ(nodes[2].CollectionType, 0x80u);
+    EXPECT_EQ(std::tuple(nodes[2].LinkUsagePage, nodes[2].LinkUsage, nodes[2].Parent, nodes[2].CollectionType),
+              std::tuple(USAGE{0xFF00}, USAGE{0x10}, USHORT{1}, UCHAR{0x80}));
     EXPECT_EQ(nodes[1].NumberOfChildren, 1);
 
     const auto feature = ValueCaps(blob, HidP_Feature);
     ASSERT_EQ(feature.size(), 1u);
-    EXPECT_EQ(feature[0].UsagePage, 0xFF00);
-    EXPECT_EQ(feature[0].LinkCollection, 2);
-    EXPECT_EQ(feature[0].LinkUsage, 0x10);
-    EXPECT_EQ(feature[0].LinkUsagePage, 0xFF00);
-    EXPECT_EQ(feature[0].ReportCount, 4);
+    EXPECT_EQ(std::tuple(feature[0].UsagePage, feature[0].LinkCollection, feature[0].LinkUsagePage,
+                         feature[0].LinkUsage, feature[0].ReportCount),
+              std::tuple(USAGE{0xFF00}, USHORT{2}, USAGE{0xFF00}, USAGE{0x10}, USHORT{4}));
     const auto input = ValueCaps(blob, HidP_Input);
     ASSERT_EQ(input.size(), 1u);
-    EXPECT_EQ(input[0].LinkCollection, 1);
-    EXPECT_EQ(input[0].LinkUsage, 0xE1);
+    EXPECT_EQ(std::tuple(input[0].LinkCollection, input[0].LinkUsage), std::tuple(USHORT{1}, USAGE{0xE1}));
 }
 
 TEST(DeviceQuirks, InputsFlaggedConstantStillCarryData)
@@ -129,14 +110,10 @@ TEST(DeviceQuirks, InputsFlaggedConstantStillCarryData)
     std::vector<CHAR> report = {0x00, 0x01, 0x01};  // no report ID: byte 0 is 0
     ASSERT_EQ(report.size(), Caps(blob).InputReportByteLength);
     ULONG present = 7;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x04B1, &present, Preparsed(blob), report.data(),
-                                 static_cast<ULONG>(report.size())),
-              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(GetValue(blob, HidP_Input, 0x20, 0, 0x04B1, report, present), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(present, 1u);
     report[2] = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x04B1, &present, Preparsed(blob), report.data(),
-                                 static_cast<ULONG>(report.size())),
-              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(GetValue(blob, HidP_Input, 0x20, 0, 0x04B1, report, present), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(present, 0u);
 }
 
@@ -192,19 +169,8 @@ TEST(DeviceQuirks, ThirtyTwoBitUsagesCarryTheirOwnPage)
     EXPECT_EQ(Caps(blob).InputReportByteLength, 1 + 3 + 1);
 
     std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
-    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF01, 0, 0x42, 0x99, Preparsed(blob), report.data(),
-                                 static_cast<ULONG>(report.size())),
-              HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(SetValue(blob, HidP_Input, 0xFF01, 0, 0x42, 0x99, report), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 0x99);
-}
-
-TEST(DeviceQuirks, UsagePageAfterItsUsagesStillApplies)
-{
-    // The Usage Page in force at the main item names 16-bit usages declared before it.
-    PreparsedBlob blob = ParseSingle(Hex("05 01 09 02 A1 01 09 30 05 20 75 08 95 01 81 02 C0"));
-    const auto values = ValueCaps(blob, HidP_Input);
-    ASSERT_EQ(values.size(), 1u);
-    EXPECT_EQ(values[0].UsagePage, 0x20);
 }
 
 TEST(DeviceQuirks, PushAndPopRestoreGlobals)
@@ -216,17 +182,14 @@ TEST(DeviceQuirks, PushAndPopRestoreGlobals)
     b.Usage(0x01).Feature(main_item::kDataVarAbs);
     b.Pop().Usage(0x544).Feature(main_item::kDataVarAbs).EndCollection();
     PreparsedBlob blob = ParseSingle(b.Build());
-    const auto values = ValueCaps(blob, HidP_Feature);
-    ASSERT_EQ(values.size(), 2u);
-    EXPECT_EQ(values[0].UsagePage, 0xFF00);
-    EXPECT_EQ(values[0].BitSize, 16);
-    EXPECT_EQ(values[0].LogicalMax, 1000);
-    EXPECT_EQ(values[1].UsagePage, 0x20);
-    EXPECT_EQ(values[1].BitSize, 8);
-    EXPECT_EQ(values[1].LogicalMin, -10);
-    EXPECT_EQ(values[1].LogicalMax, 10);
-    EXPECT_EQ(values[1].UnitsExp, 0x0Eu);
-    EXPECT_EQ(values[1].ReportID, 3);
+    // Per capability: page, bit size, logical range, exponent code, report ID.
+    std::vector<std::tuple<USAGE, USHORT, LONG, LONG, ULONG, UCHAR>> rows;
+    for (const auto& v : ValueCaps(blob, HidP_Feature))
+        rows.emplace_back(v.UsagePage, v.BitSize, v.LogicalMin, v.LogicalMax, v.UnitsExp, v.ReportID);
+    EXPECT_EQ(rows, (std::vector<std::tuple<USAGE, USHORT, LONG, LONG, ULONG, UCHAR>>{
+                        {0xFF00, 16, 0, 1000, 0x0, 3},
+                        {0x20, 8, -10, 10, 0xE, 3},
+                    }));
     EXPECT_EQ(Caps(blob).FeatureReportByteLength, 1 + 2 + 1);
 }
 
@@ -240,22 +203,17 @@ TEST(DeviceQuirks, StringAndDesignatorIndicesAndRanges)
     b.DesignatorMinimum(1).DesignatorMaximum(2).DesignatorIndex(9);
     b.Input(main_item::kDataVarAbs).EndCollection();
     PreparsedBlob blob = ParseSingle(b.Build());
-    const auto values = ValueCaps(blob, HidP_Input);
-    ASSERT_EQ(values.size(), 3u);
-    EXPECT_FALSE(values[0].IsStringRange);
-    EXPECT_EQ(values[0].NotRange.StringIndex, 4);
-    EXPECT_TRUE(values[0].IsDesignatorRange);
-    EXPECT_EQ(values[0].Range.DesignatorMin, 1);
-    EXPECT_EQ(values[0].Range.DesignatorMax, 2);
-    EXPECT_TRUE(values[1].IsStringRange);
-    EXPECT_EQ(values[1].Range.StringMin, 5);
-    EXPECT_EQ(values[1].Range.StringMax, 7);
-    EXPECT_FALSE(values[1].IsDesignatorRange);
-    EXPECT_EQ(values[1].NotRange.DesignatorIndex, 9);
+    // Per capability: string range?, string min/index, max; designator range?, min/index, max.
     // The last entry serves the capabilities after it.
-    EXPECT_TRUE(values[2].IsStringRange);
-    EXPECT_EQ(values[2].Range.StringMin, 5);
-    EXPECT_EQ(values[2].NotRange.DesignatorIndex, 9);
+    std::vector<std::tuple<BOOLEAN, USHORT, USHORT, BOOLEAN, USHORT, USHORT>> rows;
+    for (const auto& v : ValueCaps(blob, HidP_Input))
+        rows.emplace_back(v.IsStringRange, v.Range.StringMin, v.Range.StringMax, v.IsDesignatorRange,
+                          v.Range.DesignatorMin, v.Range.DesignatorMax);
+    EXPECT_EQ(rows, (std::vector<std::tuple<BOOLEAN, USHORT, USHORT, BOOLEAN, USHORT, USHORT>>{
+                        {0, 4, 0, 1, 1, 2},
+                        {1, 5, 7, 0, 9, 0},
+                        {1, 5, 7, 0, 9, 0},
+                    }));
 }
 
 TEST(DeviceQuirks, CompositeDeviceWithPhysicalSensorCollectionBesideOthers)

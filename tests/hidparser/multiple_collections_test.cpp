@@ -72,17 +72,9 @@ TEST(MultipleCollections, KeyboardSensorCollectionAndMouse)
 
     std::vector<CHAR> report = {4, 0x15, static_cast<CHAR>(-3), 7};
     ULONG value = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0x01, 0, 0x30, &value, Preparsed(blobs[2]), report.data(), 4),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blobs[2], HidP_Input, 0x01, 0, 0x30, report, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 0xFDu);
-    USAGE buttons[5] = {};
-    ULONG count = 5;
-    ASSERT_EQ(HidP_GetUsages(HidP_Input, 0x09, 0, buttons, &count, Preparsed(blobs[2]), report.data(), 4),
-              HIDP_STATUS_SUCCESS);
-    ASSERT_EQ(count, 3u);
-    EXPECT_EQ(buttons[0], 1);
-    EXPECT_EQ(buttons[1], 3);
-    EXPECT_EQ(buttons[2], 5);
+    EXPECT_EQ(GetUsages(blobs[2], HidP_Input, 0x09, 0, report), (std::vector<USAGE>{1, 3, 5}));
 }
 
 TEST(MultipleCollections, Col3DropsTheAccelerometer)
@@ -119,11 +111,9 @@ TEST(MultipleCollections, ReportIdSharedBetweenCollections)
 
     std::vector<CHAR> report = {5, 0x11, 0x22, 0x34, 0x12};
     ULONG value = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x20, &value, Preparsed(blobs[1]), report.data(), 5),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blobs[1], HidP_Input, 0xFF00, 0, 0x20, report, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 0x1234u);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &value, Preparsed(blobs[1]), report.data(), 5),
-              HIDP_STATUS_USAGE_NOT_FOUND);
+    EXPECT_EQ(GetValue(blobs[1], HidP_Input, 0xFF00, 0, 0x10, report, value), HIDP_STATUS_USAGE_NOT_FOUND);
 }
 
 }  // namespace

@@ -147,27 +147,42 @@ TEST(PreparsedBlob, RandomDamageNeverCrashes)
     }
 }
 
-TEST(PreparsedBlob, HeaderWithValidChecksumButImpossibleLayoutIsRefused)
+// A header rewritten with valid checks but counts that do not fit the blob:
+// no call reads outside it; the hot calls refuse or answer as before (the
+// value lookup may not depend on the changed count), all others refuse.
+TEST(PreparsedBlob, HeaderWithValidChecksButImpossibleLayoutIsRefused)
 {
     PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
+    const auto reference = HotCalls(Preparsed(blob));
     auto rewrite = [&](auto change) {
         PreparsedBlob copy = blob;
         preparsed::Header header;
         std::memcpy(&header, copy.data(), sizeof header);
         change(header);
         std::memcpy(copy.data(), &header, sizeof header);
+        header.hotCheck = preparsed::HotCheckOf(copy.data());
+        std::memcpy(copy.data(), &header, sizeof header);
         const preparsed::HeaderCheck check = preparsed::CheckHeader(copy.data());
         std::memcpy(copy.data() + preparsed::kHeaderCheckOffset, &check, sizeof check);
         return copy;
     };
-    PreparsedBlob tooManyCaps = rewrite([](preparsed::Header& h) { h.reports[HidP_Input].valueCapCount = 0xFFFF; });
-    PreparsedBlob hugeHash = rewrite([](preparsed::Header& h) { h.reports[HidP_Input].hashBits = 40; });
-    PreparsedBlob bigger = rewrite([](preparsed::Header& h) { h.totalSize += 8; });
-    for (PreparsedBlob* bad : {&tooManyCaps, &hugeHash, &bigger}) {
-        ULONG value = 0;
-        std::vector<CHAR> input(10, 0);
-        EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x453, &value, Preparsed(*bad), input.data(), 10),
-                  HIDP_STATUS_INVALID_PREPARSED_DATA);
+    std::vector<PreparsedBlob> forged = {
+        rewrite([](preparsed::Header& h) { h.valueCapCount[HidP_Input] = 0xFFFF; }),
+        rewrite([](preparsed::Header& h) { h.buttonCapCount[HidP_Feature] = 0xFFFF; }),
+        rewrite([](preparsed::Header& h) { h.nodeCount = 0xFFFF; }),
+        rewrite([](preparsed::Header& h) { h.hashBits[HidP_Input] = 40; }),
+        rewrite([](preparsed::Header& h) { h.hashBits[HidP_Input] = 17; }),
+        rewrite([](preparsed::Header& h) { h.totalSize += 8; }),
+        rewrite([](preparsed::Header& h) { h.totalSize = 0xFFFFFFF0; }),
+    };
+    for (PreparsedBlob& bad : forged) {
+        HIDP_CAPS caps;
+        EXPECT_EQ(HidP_GetCaps(Preparsed(bad), &caps), HIDP_STATUS_INVALID_PREPARSED_DATA);
+        const auto answers = HotCalls(Preparsed(bad));
+        for (std::size_t k = 0; k < answers.size(); ++k) {
+            if (answers[k].first == HIDP_STATUS_INVALID_PREPARSED_DATA) continue;
+            EXPECT_EQ(answers[k], reference[k]) << k;
+        }
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 #include "test_support.h"
 
@@ -12,100 +13,54 @@ namespace {
 
 using namespace test;
 
-struct NodeExpectation {
-    USAGE usage;
-    USHORT parent;
-    USHORT children;
-    USHORT firstChild;
-    USHORT nextSibling;
-    UCHAR type;
-};
+// Node: usage, parent, children, first child, next sibling, type. All on page 0x20.
+using NodeRow = std::tuple<USAGE, USHORT, USHORT, USHORT, USHORT, UCHAR>;
 
-void ExpectNodes(PreparsedBlob& blob, const std::vector<NodeExpectation>& expected)
+void ExpectNodes(PreparsedBlob& blob, const std::vector<NodeRow>& expected)
 {
-    const auto nodes = Nodes(blob);
-    ASSERT_EQ(nodes.size(), expected.size());
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        SCOPED_TRACE("node " + std::to_string(i));
-        EXPECT_EQ(nodes[i].LinkUsagePage, 0x20);
-        EXPECT_EQ(nodes[i].LinkUsage, expected[i].usage);
-        EXPECT_EQ(nodes[i].Parent, expected[i].parent);
-        EXPECT_EQ(nodes[i].NumberOfChildren, expected[i].children);
-        EXPECT_EQ(nodes[i].FirstChild, expected[i].firstChild);
-        EXPECT_EQ(nodes[i].NextSibling, expected[i].nextSibling);
-        EXPECT_EQ(nodes[i].CollectionType, expected[i].type);
-        EXPECT_EQ(nodes[i].IsAlias, 0u);
-        EXPECT_EQ(nodes[i].UserContext, nullptr);
+    std::vector<NodeRow> rows;
+    for (const auto& n : Nodes(blob)) {
+        EXPECT_EQ(n.LinkUsagePage, 0x20);
+        EXPECT_EQ(n.UserContext, nullptr);
+        rows.emplace_back(n.LinkUsage, n.Parent, n.NumberOfChildren, n.FirstChild, n.NextSibling, n.CollectionType);
     }
+    EXPECT_EQ(rows, expected);
 }
 
-struct ValueExpectation {
-    UCHAR reportId;
-    USAGE usage;
-    USHORT link;
-    USHORT bitSize;
-    USHORT count;
-    LONG logicalMin, logicalMax;
-    ULONG unitsExp;
-    USHORT dataIndex;
-};
+// Value: report ID, usage, link collection, bit size, count, logical range,
+// exponent code, data index. All single usages on page 0x20.
+using ValueRow = std::tuple<UCHAR, USAGE, USHORT, USHORT, USHORT, LONG, LONG, ULONG, USHORT>;
 
-void ExpectValues(const std::vector<HIDP_VALUE_CAPS>& caps, const std::vector<ValueExpectation>& expected,
-                  const std::vector<HIDP_LINK_COLLECTION_NODE>& nodes)
+void ExpectValues(const std::vector<HIDP_VALUE_CAPS>& caps, const std::vector<ValueRow>& expected)
 {
-    ASSERT_EQ(caps.size(), expected.size());
-    for (std::size_t i = 0; i < caps.size(); ++i) {
-        SCOPED_TRACE("value cap " + std::to_string(i));
-        const HIDP_VALUE_CAPS& cap = caps[i];
-        const ValueExpectation& want = expected[i];
-        EXPECT_EQ(cap.UsagePage, 0x20);
-        EXPECT_EQ(cap.ReportID, want.reportId);
-        EXPECT_FALSE(cap.IsRange);
-        EXPECT_EQ(cap.NotRange.Usage, want.usage);
-        EXPECT_EQ(cap.LinkCollection, want.link);
-        EXPECT_EQ(cap.LinkUsage, nodes[want.link].LinkUsage);
-        EXPECT_EQ(cap.LinkUsagePage, 0x20);
-        EXPECT_EQ(cap.BitSize, want.bitSize);
-        EXPECT_EQ(cap.ReportCount, want.count);
-        EXPECT_EQ(cap.LogicalMin, want.logicalMin);
-        EXPECT_EQ(cap.LogicalMax, want.logicalMax);
-        EXPECT_EQ(cap.UnitsExp, want.unitsExp);
-        EXPECT_EQ(cap.NotRange.DataIndex, want.dataIndex);
-        EXPECT_TRUE(cap.IsAbsolute);
-        EXPECT_FALSE(cap.HasNull);
-        EXPECT_EQ(cap.IsAlias, 0);
+    std::vector<ValueRow> rows;
+    for (const auto& c : caps) {
+        EXPECT_EQ(std::tuple(c.UsagePage, c.IsRange), std::tuple(USAGE{0x20}, BOOLEAN{0}));
+        rows.emplace_back(c.ReportID, c.NotRange.Usage, c.LinkCollection, c.BitSize, c.ReportCount, c.LogicalMin,
+                          c.LogicalMax, c.UnitsExp, c.NotRange.DataIndex);
     }
+    EXPECT_EQ(rows, expected);
 }
 
-struct ButtonExpectation {
-    UCHAR reportId;
-    USAGE usage;
-    USHORT link;
-    USHORT count;
-    USHORT dataIndex;
-};
+// Selector: report ID, usage, link collection, count, data index. All single
+// usages on page 0x20 in Data, Array, Absolute fields.
+using ButtonRow = std::tuple<UCHAR, USAGE, USHORT, USHORT, USHORT>;
 
-void ExpectButtons(const std::vector<HIDP_BUTTON_CAPS>& caps, const std::vector<ButtonExpectation>& expected)
+void ExpectButtons(const std::vector<HIDP_BUTTON_CAPS>& caps, const std::vector<ButtonRow>& expected)
 {
-    ASSERT_EQ(caps.size(), expected.size());
-    for (std::size_t i = 0; i < caps.size(); ++i) {
-        SCOPED_TRACE("button cap " + std::to_string(i));
-        EXPECT_EQ(caps[i].UsagePage, 0x20);
-        EXPECT_EQ(caps[i].ReportID, expected[i].reportId);
-        EXPECT_FALSE(caps[i].IsRange);
-        EXPECT_EQ(caps[i].NotRange.Usage, expected[i].usage);
-        EXPECT_EQ(caps[i].LinkCollection, expected[i].link);
-        EXPECT_EQ(caps[i].ReportCount, expected[i].count);
-        EXPECT_EQ(caps[i].NotRange.DataIndex, expected[i].dataIndex);
-        EXPECT_EQ(caps[i].BitField, 0x00);  // Data, Array, Absolute
+    std::vector<ButtonRow> rows;
+    for (const auto& c : caps) {
+        EXPECT_EQ(std::tuple(c.UsagePage, c.IsRange, c.BitField), std::tuple(USAGE{0x20}, BOOLEAN{0}, USHORT{0}));
+        rows.emplace_back(c.ReportID, c.NotRange.Usage, c.LinkCollection, c.ReportCount, c.NotRange.DataIndex);
     }
+    EXPECT_EQ(rows, expected);
 }
 
 // Selector caps of one named array: consecutive usages in one link collection.
-void AppendSelectors(std::vector<ButtonExpectation>& out, UCHAR reportId, USAGE first, int count, USHORT link,
+void AppendSelectors(std::vector<ButtonRow>& out, UCHAR reportId, USAGE first, int count, USHORT link,
                      USHORT& dataIndex)
 {
-    for (int i = 0; i < count; ++i) out.push_back({reportId, static_cast<USAGE>(first + i), link, 1, dataIndex++});
+    for (int i = 0; i < count; ++i) out.emplace_back(reportId, static_cast<USAGE>(first + i), link, 1, dataIndex++);
 }
 
 TEST(RealDescriptors, Hutrr39Accelerometer)
@@ -137,32 +92,29 @@ TEST(RealDescriptors, Hutrr39Accelerometer)
                           {0x201, 0, 0, 0, 4, HIDP_COLLECTION_LOGICAL},
                           {0x202, 0, 0, 0, 5, HIDP_COLLECTION_LOGICAL},
                       });
-    const auto nodes = Nodes(blob);
     ExpectValues(ValueCaps(blob, HidP_Feature),
                  {
                      {0, 0x030E, 0, 32, 1, 0, -1, 0x0, 22},
                      {0, 0x1452, 0, 16, 1, 0, 65535, 0xE, 23},
                      {0, 0x2452, 0, 16, 1, -32767, 32767, 0xE, 24},
                      {0, 0x3452, 0, 16, 1, -32767, 32767, 0xE, 25},
-                 },
-                 nodes);
+                 });
     ExpectValues(ValueCaps(blob, HidP_Input),
                  {
                      {0, 0x0453, 0, 16, 1, -32767, 32767, 0xE, 13},
                      {0, 0x0454, 0, 16, 1, -32767, 32767, 0xE, 14},
                      {0, 0x0455, 0, 16, 1, -32767, 32767, 0xE, 15},
                      {0, 0x0451, 0, 8, 1, 0, 1, 0xE, 16},
-                 },
-                 nodes);
+                 });
 
-    std::vector<ButtonExpectation> feature;
+    std::vector<ButtonRow> feature;
     USHORT index = 0;
     AppendSelectors(feature, 0, 0x830, 3, 1, index);
     AppendSelectors(feature, 0, 0x840, 6, 2, index);
     AppendSelectors(feature, 0, 0x850, 6, 3, index);
     AppendSelectors(feature, 0, 0x800, 7, 4, index);
     ExpectButtons(ButtonCaps(blob, HidP_Feature), feature);
-    std::vector<ButtonExpectation> input;
+    std::vector<ButtonRow> input;
     index = 0;
     AppendSelectors(input, 0, 0x800, 7, 5, index);
     AppendSelectors(input, 0, 0x810, 6, 6, index);
@@ -182,14 +134,11 @@ TEST(RealDescriptors, AndroidHeadTracker)
                           {0x319, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL},
                           {0xF410, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL},
                       });
-    const auto nodes = Nodes(blob);
-    ExpectValues(ValueCaps(blob, HidP_Feature),
-                 {
-                     {2, 0x0308, 0, 8, 25, 0, 255, 0, 0},
-                     {2, 0x0302, 0, 8, 16, 0, 255, 0, 1},
-                     {1, 0x030E, 0, 6, 1, 0, 63, 0xD, 6},
-                 },
-                 nodes);
+    ExpectValues(ValueCaps(blob, HidP_Feature), {
+                                                    {2, 0x0308, 0, 8, 25, 0, 255, 0, 0},
+                                                    {2, 0x0302, 0, 8, 16, 0, 255, 0, 1},
+                                                    {1, 0x030E, 0, 6, 1, 0, 63, 0xD, 6},
+                                                });
     const auto feature = ValueCaps(blob, HidP_Feature);
     EXPECT_EQ(feature[0].BitField, 0x03);  // Constant, Variable
     EXPECT_EQ(feature[2].PhysicalMin, 10);
@@ -197,13 +146,11 @@ TEST(RealDescriptors, AndroidHeadTracker)
     EXPECT_EQ(feature[2].Units, 0x1001u);
 
     const auto input = ValueCaps(blob, HidP_Input);
-    ExpectValues(input,
-                 {
-                     {1, 0x0544, 0, 16, 3, -32767, 32767, 0x8, 0},
-                     {1, 0x0545, 0, 16, 3, -32767, 32767, 0x0, 1},
-                     {1, 0x0546, 0, 8, 1, 0, 255, 0x0, 2},
-                 },
-                 nodes);
+    ExpectValues(input, {
+                            {1, 0x0544, 0, 16, 3, -32767, 32767, 0x8, 0},
+                            {1, 0x0545, 0, 16, 3, -32767, 32767, 0x0, 1},
+                            {1, 0x0546, 0, 8, 1, 0, 255, 0x0, 2},
+                        });
     EXPECT_EQ(input[0].PhysicalMin, -314159264);
     EXPECT_EQ(input[0].PhysicalMax, 314159265);
 
@@ -289,8 +236,10 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
                 EXPECT_LT(nodes[i].Parent, i);  // descriptor order: parents come first
                 ++children[nodes[i].Parent];
             }
-            for (std::size_t i = 0; i < nodes.size(); ++i)
+            for (std::size_t i = 0; i < nodes.size(); ++i) {
                 EXPECT_EQ(nodes[i].NumberOfChildren, children[static_cast<USHORT>(i)]);
+                EXPECT_EQ(nodes[i].IsAlias, 0u);
+            }
 
             for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Output, HidP_Feature}) {
                 // Data indices of a report type are 0..N-1, each used once.
@@ -306,16 +255,22 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
                     }
                 };
                 for (const auto& cap : ValueCaps(blob, type)) {
+                    // Flags follow the main item's data bits; no aliases are reported.
+                    EXPECT_EQ(cap.IsAbsolute, (cap.BitField & 0x04) == 0);
+                    EXPECT_EQ(cap.HasNull, (cap.BitField & 0x40) != 0);
+                    EXPECT_EQ(cap.IsAlias, 0);
                     EXPECT_GE(cap.BitSize, 1);
                     EXPECT_LE(cap.BitSize, 32);
                     EXPECT_GE(cap.ReportCount, 1);
                     ASSERT_LT(cap.LinkCollection, nodes.size());
                     EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
+                    EXPECT_EQ(cap.LinkUsagePage, nodes[cap.LinkCollection].LinkUsagePage);
                     claim(cap.IsRange, cap.Range);
                 }
                 for (const auto& cap : ButtonCaps(blob, type)) {
                     ASSERT_LT(cap.LinkCollection, nodes.size());
                     EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
+                    EXPECT_EQ(cap.LinkUsagePage, nodes[cap.LinkCollection].LinkUsagePage);
                     claim(cap.IsRange, cap.Range);
                 }
                 for (int count : uses) EXPECT_EQ(count, 1);

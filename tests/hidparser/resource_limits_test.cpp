@@ -47,31 +47,12 @@ void* operator new(std::size_t size)
     if (void* block = CountedAlloc(size)) return block;
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return CountedAlloc(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return CountedAlloc(size);
-}
+// The array and nothrow forms forward to these by default.
 void operator delete(void* block) noexcept
 {
     CountedFree(block);
 }
-void operator delete[](void* block) noexcept
-{
-    CountedFree(block);
-}
 void operator delete(void* block, std::size_t) noexcept
-{
-    CountedFree(block);
-}
-void operator delete[](void* block, std::size_t) noexcept
 {
     CountedFree(block);
 }
@@ -122,52 +103,57 @@ std::vector<std::uint8_t> ManyValueFields(std::size_t bytes)
     return b.Build();
 }
 
-TEST(ResourceLimits, SixtyFourKiBOfValueFields)
+std::vector<std::uint8_t> ManyUsageRanges(std::size_t bytes)
 {
-    const auto descriptor = ManyValueFields(k64KiB);
-    ASSERT_GE(descriptor.size(), k64KiB - 8);
-    const Cost cost = MeasureParse(descriptor);
-    RecordProperty("peak_heap_bytes", std::to_string(cost.peakHeap));
-    RecordProperty("blob_bytes", std::to_string(cost.blobBytes));
-    EXPECT_TRUE(cost.parsed);
-    EXPECT_LT(cost.peakHeap, kFewMiB);
-    EXPECT_LT(cost.blobBytes, 2 * 1024 * 1024);
-}
-
-TEST(ResourceLimits, SixtyFourKiBOfUsagesPerMainItemAndRanges)
-{
-    // Each main item takes 1000 usage ranges of 0..0xFFFF: nothing is expanded.
+    // Each main item takes 50 usage ranges of 0..0xFFFF: nothing is expanded.
     DescriptorBuilder b;
     b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(8);
-    while (b.Bytes().size() < k64KiB) {
+    while (b.Bytes().size() < bytes) {
         for (int i = 0; i < 50; ++i) b.UsageMinimum(0).UsageMaximum(0xFFFF);
         b.Input(main_item::kDataVarAbs | main_item::kConstant);
     }
-    b.EndCollection();
-    const Cost cost = MeasureParse(b.Build());
-    EXPECT_LT(cost.peakHeap, kFewMiB);
+    return b.EndCollection().Build();
 }
 
-TEST(ResourceLimits, SixtyFourKiBOfCollectionsIsRefusedCheaply)
+std::vector<std::uint8_t> ManyCollections(std::size_t bytes)
 {
     DescriptorBuilder b;
     b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
-    while (b.Bytes().size() < k64KiB) b.Collection(CollectionType::Logical).EndCollection();
-    b.EndCollection();
-    const Cost cost = MeasureParse(b.Build());
-    EXPECT_FALSE(cost.parsed);  // more than 16384 collections
-    EXPECT_LT(cost.peakHeap, kFewMiB);
+    while (b.Bytes().size() < bytes) b.Collection(CollectionType::Logical).EndCollection();
+    return b.EndCollection().Build();
 }
 
-TEST(ResourceLimits, SixtyFourKiBOfGlobalItems)
+std::vector<std::uint8_t> ManyGlobalItems(std::size_t bytes)
 {
     DescriptorBuilder b;
     b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
-    while (b.Bytes().size() < k64KiB) b.ReportSize(8).LogicalMaximum(1000).Push().Pop();
-    b.EndCollection();
-    const Cost cost = MeasureParse(b.Build());
-    EXPECT_TRUE(cost.parsed);
-    EXPECT_LT(cost.peakHeap, 64 * 1024);
+    while (b.Bytes().size() < bytes) b.ReportSize(8).LogicalMaximum(1000).Push().Pop();
+    return b.EndCollection().Build();
+}
+
+TEST(ResourceLimits, SixtyFourKiBDescriptorsStayWithinAFewMiB)
+{
+    struct Case {
+        const char* name;
+        std::vector<std::uint8_t> (*build)(std::size_t);
+        bool parses;
+        std::size_t peakLimit;
+    };
+    const Case cases[] = {
+        {"value_fields", ManyValueFields, true, kFewMiB},
+        {"usage_ranges", ManyUsageRanges, true, kFewMiB},
+        {"collections", ManyCollections, false, kFewMiB},  // more than 16384: refused cheaply
+        {"global_items", ManyGlobalItems, true, 64 * 1024},
+    };
+    for (const Case& c : cases) {
+        const auto descriptor = c.build(k64KiB);
+        ASSERT_GE(descriptor.size(), k64KiB - 8) << c.name;
+        const Cost cost = MeasureParse(descriptor);
+        RecordProperty(std::string(c.name) + "_peak_heap_bytes", std::to_string(cost.peakHeap));
+        EXPECT_EQ(cost.parsed, c.parses) << c.name;
+        EXPECT_LT(cost.peakHeap, c.peakLimit) << c.name;
+        EXPECT_LT(cost.blobBytes, 2 * 1024 * 1024) << c.name;
+    }
 }
 
 TEST(ResourceLimits, HugeUsageRangeIsNeverExpanded)

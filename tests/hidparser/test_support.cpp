@@ -69,24 +69,6 @@ std::vector<HIDP_LINK_COLLECTION_NODE> Nodes(PreparsedBlob& blob)
 
 namespace {
 
-USHORT ValueCapCount(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
-{
-    switch (type) {
-    case HidP_Input: return caps.NumberInputValueCaps;
-    case HidP_Output: return caps.NumberOutputValueCaps;
-    default: return caps.NumberFeatureValueCaps;
-    }
-}
-
-USHORT ButtonCapCount(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
-{
-    switch (type) {
-    case HidP_Input: return caps.NumberInputButtonCaps;
-    case HidP_Output: return caps.NumberOutputButtonCaps;
-    default: return caps.NumberFeatureButtonCaps;
-    }
-}
-
 USHORT ReportLength(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
 {
     switch (type) {
@@ -98,9 +80,11 @@ USHORT ReportLength(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
 
 }  // namespace
 
+// A size query first: a null list of length 0 gives the count.
 std::vector<HIDP_VALUE_CAPS> ValueCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
 {
-    USHORT length = ValueCapCount(Caps(blob), type);
+    USHORT length = 0;
+    HidP_GetValueCaps(type, nullptr, &length, Preparsed(blob));
     std::vector<HIDP_VALUE_CAPS> caps(length);
     EXPECT_EQ(HidP_GetValueCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(length, caps.size());
@@ -109,7 +93,8 @@ std::vector<HIDP_VALUE_CAPS> ValueCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE typ
 
 std::vector<HIDP_BUTTON_CAPS> ButtonCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
 {
-    USHORT length = ButtonCapCount(Caps(blob), type);
+    USHORT length = 0;
+    HidP_GetButtonCaps(type, nullptr, &length, Preparsed(blob));
     std::vector<HIDP_BUTTON_CAPS> caps(length);
     EXPECT_EQ(HidP_GetButtonCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(length, caps.size());
@@ -121,6 +106,52 @@ std::vector<CHAR> EmptyReport(PreparsedBlob& blob, HIDP_REPORT_TYPE type, std::u
     std::vector<CHAR> report(ReportLength(Caps(blob), type), 0);
     if (!report.empty()) report[0] = static_cast<CHAR>(reportId);
     return report;
+}
+
+NTSTATUS GetValue(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, USAGE usage,
+                  std::vector<CHAR>& report, ULONG& value)
+{
+    return HidP_GetUsageValue(type, page, link, usage, &value, Preparsed(blob), report.data(),
+                              static_cast<ULONG>(report.size()));
+}
+
+NTSTATUS SetValue(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, USAGE usage, ULONG value,
+                  std::vector<CHAR>& report)
+{
+    return HidP_SetUsageValue(type, page, link, usage, value, Preparsed(blob), report.data(),
+                              static_cast<ULONG>(report.size()));
+}
+
+std::vector<USAGE> GetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link,
+                             std::vector<CHAR>& report, NTSTATUS expected)
+{
+    std::vector<USAGE> usages(16, 0);
+    ULONG length = static_cast<ULONG>(usages.size());
+    EXPECT_EQ(HidP_GetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                             static_cast<ULONG>(report.size())),
+              expected);
+    usages.resize(expected == HIDP_STATUS_SUCCESS ? length : 0);
+    return usages;
+}
+
+NTSTATUS SetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
+                   std::vector<CHAR>& report, ULONG* done)
+{
+    ULONG length = static_cast<ULONG>(usages.size());
+    const NTSTATUS status = HidP_SetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                                           static_cast<ULONG>(report.size()));
+    if (done != nullptr) *done = length;
+    return status;
+}
+
+NTSTATUS UnsetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
+                     std::vector<CHAR>& report, ULONG* done)
+{
+    ULONG length = static_cast<ULONG>(usages.size());
+    const NTSTATUS status = HidP_UnsetUsages(type, page, link, usages.data(), &length, Preparsed(blob),
+                                             report.data(), static_cast<ULONG>(report.size()));
+    if (done != nullptr) *done = length;
+    return status;
 }
 
 }  // namespace host::hid::test

@@ -11,38 +11,6 @@ namespace {
 
 using namespace test;
 
-std::vector<USAGE> GetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link,
-                             std::vector<CHAR>& report, NTSTATUS expected = HIDP_STATUS_SUCCESS)
-{
-    std::vector<USAGE> usages(16, 0);
-    ULONG length = static_cast<ULONG>(usages.size());
-    EXPECT_EQ(HidP_GetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
-                             static_cast<ULONG>(report.size())),
-              expected);
-    usages.resize(expected == HIDP_STATUS_SUCCESS ? length : 0);
-    return usages;
-}
-
-NTSTATUS SetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
-                   std::vector<CHAR>& report, ULONG* done = nullptr)
-{
-    ULONG length = static_cast<ULONG>(usages.size());
-    const NTSTATUS status = HidP_SetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
-                                           static_cast<ULONG>(report.size()));
-    if (done) *done = length;
-    return status;
-}
-
-NTSTATUS UnsetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
-                     std::vector<CHAR>& report, ULONG* done = nullptr)
-{
-    ULONG length = static_cast<ULONG>(usages.size());
-    const NTSTATUS status = HidP_UnsetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
-                                             static_cast<ULONG>(report.size()));
-    if (done) *done = length;
-    return status;
-}
-
 // hutrr39-accel3 feature report: connection type, reporting state, power state
 // and sensor state selectors in nodes 1..4, one byte each, after byte 0.
 class SensorSelectors : public testing::Test {
@@ -112,19 +80,18 @@ TEST_F(SensorSelectors, FullArrayAndMissingUsages)
 TEST_F(SensorSelectors, ShortUsageListReportsTheNeededLength)
 {
     std::vector<CHAR> report = EmptyReport(blob_, HidP_Feature, 0);
+    const auto length = static_cast<ULONG>(report.size());
     USAGE usages[2] = {};
-    ULONG length = 2;
-    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, usages, &length, Preparsed(blob_), report.data(),
-                             static_cast<ULONG>(report.size())),
+    ULONG count = 2;
+    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, usages, &count, Preparsed(blob_), report.data(), length),
               HIDP_STATUS_BUFFER_TOO_SMALL);
-    EXPECT_EQ(length, 4u);
+    EXPECT_EQ(count, 4u);
     EXPECT_EQ(usages[0], 0x830);
     EXPECT_EQ(usages[1], 0x840);
-    length = 0;
-    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, nullptr, &length, Preparsed(blob_), report.data(),
-                             static_cast<ULONG>(report.size())),
+    count = 0;
+    EXPECT_EQ(HidP_GetUsages(HidP_Feature, 0x20, 0, nullptr, &count, Preparsed(blob_), report.data(), length),
               HIDP_STATUS_BUFFER_TOO_SMALL);
-    EXPECT_EQ(length, 4u);
+    EXPECT_EQ(count, 4u);
 }
 
 TEST(SelectorsOfSeveralSensors, ReportIdAndLinkCollectionPickTheSensor)
@@ -185,13 +152,10 @@ TEST(OneBitSelectors, HeadTrackerReportingAndPowerState)
     EXPECT_EQ(static_cast<std::uint8_t>(report[2]), 0x01);
     EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x841, 0x851, 0xF801}));
 
+    // The 6-bit interval between the selector bits leaves them alone.
     ULONG interval = 0;
-    ASSERT_EQ(HidP_SetUsageValue(HidP_Feature, 0x20, 0, 0x30E, 50, Preparsed(blob), report.data(),
-                                 static_cast<ULONG>(report.size())),
-              HIDP_STATUS_SUCCESS);
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Feature, 0x20, 0, 0x30E, &interval, Preparsed(blob), report.data(),
-                                 static_cast<ULONG>(report.size())),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetValue(blob, HidP_Feature, 0x20, 0, 0x30E, 50, report), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Feature, 0x20, 0, 0x30E, report, interval), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(interval, 50u);
     EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), (std::vector<USAGE>{0x841, 0x851, 0xF801}));
 }

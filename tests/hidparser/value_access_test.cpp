@@ -59,10 +59,8 @@ TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
             const std::uint64_t mask = (std::uint64_t{1} << bitSize) - 1;
             for (std::uint64_t pattern : {0xFFFFFFFFull, 0xA5C3E187ull, 0x12345678ull, 1ull, 0ull}) {
                 const auto value = static_cast<ULONG>(pattern & mask);
-                ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x11, 0x5A, Preparsed(blob), report.data(), length),
-                          HIDP_STATUS_SUCCESS);
-                ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(pattern), Preparsed(blob),
-                                             report.data(), length),
+                ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x11, 0x5A, report), HIDP_STATUS_SUCCESS);
+                ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(pattern), report),
                           HIDP_STATUS_SUCCESS);
 
                 std::vector<CHAR> expected(length, 0);
@@ -72,13 +70,9 @@ TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
                 EXPECT_EQ(report, expected);
 
                 ULONG read = ~value;
-                ASSERT_EQ(
-                    HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &read, Preparsed(blob), report.data(), length),
-                    HIDP_STATUS_SUCCESS);
+                ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x10, report, read), HIDP_STATUS_SUCCESS);
                 EXPECT_EQ(read, value);
-                ASSERT_EQ(
-                    HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &read, Preparsed(blob), report.data(), length),
-                    HIDP_STATUS_SUCCESS);
+                ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x11, report, read), HIDP_STATUS_SUCCESS);
                 EXPECT_EQ(read, 0x5Au);
             }
         }
@@ -90,13 +84,9 @@ TEST(ValueAccess, SignedValuesComeBackRaw)
     // -5 in a 12-bit field is 0xFFB; the caller sign-extends by LogicalMin.
     PreparsedBlob blob = ParseSingle(FieldAt(3, 12));
     std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 9);
-    const auto length = static_cast<ULONG>(report.size());
-    ASSERT_EQ(
-        HidP_SetUsageValue(HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(-5), Preparsed(blob), report.data(), length),
-        HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(-5), report), HIDP_STATUS_SUCCESS);
     ULONG raw = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &raw, Preparsed(blob), report.data(), length),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x10, report, raw), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(raw, 0xFFBu);
     EXPECT_EQ(ValueCaps(blob, HidP_Input)[0].LogicalMin, -2048);
 }
@@ -136,12 +126,8 @@ TEST(ValueAccess, Utf16StringProperty)
               HIDP_STATUS_BUFFER_TOO_SMALL);
 
     ULONG single = 0;
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Feature, 0x20, 0, sensor::kDescription, &single, Preparsed(blob), report.data(),
-                                 length),
-              HIDP_STATUS_IS_VALUE_ARRAY);
-    EXPECT_EQ(
-        HidP_SetUsageValue(HidP_Feature, 0x20, 0, sensor::kDescription, 1, Preparsed(blob), report.data(), length),
-        HIDP_STATUS_IS_VALUE_ARRAY);
+    EXPECT_EQ(GetValue(blob, HidP_Feature, 0x20, 0, sensor::kDescription, report, single), HIDP_STATUS_IS_VALUE_ARRAY);
+    EXPECT_EQ(SetValue(blob, HidP_Feature, 0x20, 0, sensor::kDescription, 1, report), HIDP_STATUS_IS_VALUE_ARRAY);
     EXPECT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0x20, 0, sensor::kReportInterval, buffer, sizeof buffer,
                                       Preparsed(blob), report.data(), length),
               HIDP_STATUS_NOT_VALUE_ARRAY);
@@ -199,8 +185,7 @@ TEST(ValueAccess, SeveralUsagesShareTheCount)
 
     std::vector<CHAR> report = {0, 1, 2, 3, 4, 5};
     ULONG first = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Feature, 0xFF00, 0, 0x30, &first, Preparsed(blob), report.data(), 6),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Feature, 0xFF00, 0, 0x30, report, first), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(first, 1u);
     char rest[4] = {};
     ASSERT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0xFF00, 0, 0x31, rest, 4, Preparsed(blob), report.data(), 6),
@@ -226,100 +211,66 @@ TEST(ValueAccess, UsageRangeGivesOneElementPerUsage)
     EXPECT_EQ(caps[0].ReportCount, 3);
 
     std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
-    const auto length = static_cast<ULONG>(report.size());
     for (USAGE usage = 0x40; usage <= 0x42; ++usage)
-        ASSERT_EQ(
-            HidP_SetUsageValue(HidP_Input, 0xFF00, 0, usage, 100u + usage, Preparsed(blob), report.data(), length),
-            HIDP_STATUS_SUCCESS);
+        ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, usage, 100u + usage, report), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 100 + 0x40);
     EXPECT_EQ(static_cast<std::uint8_t>(report[5]), 100 + 0x42);
     ULONG value = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x41, &value, Preparsed(blob), report.data(), length),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x41, report, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 100u + 0x41);
     char buffer[8];
-    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x41, buffer, 8, Preparsed(blob), report.data(), length),
+    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x41, buffer, 8, Preparsed(blob), report.data(),
+                                      static_cast<ULONG>(report.size())),
               HIDP_STATUS_NOT_VALUE_ARRAY);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x43, &value, Preparsed(blob), report.data(), length),
-              HIDP_STATUS_USAGE_NOT_FOUND);
+    EXPECT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x43, report, value), HIDP_STATUS_USAGE_NOT_FOUND);
 }
 
 // Two custom sensors in one container use the same usages in reports 1 and 2
-// and in link collections of their own.
-class SameUsageInSeveralReports : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        const sensor::SensorSpec first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
-        const sensor::SensorSpec second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
-        blob_ = ParseSingle(sensor::BuildSensorContainer({first, second}));
-        const auto nodes = Nodes(blob_);
-        ASSERT_EQ(nodes.size(), 1u + 2u * 5u);
-        firstSensor_ = 1;
-        secondSensor_ = 6;
-        ASSERT_EQ(nodes[firstSensor_].LinkUsage, sensor::kCustomSensor);
-        ASSERT_EQ(nodes[secondSensor_].LinkUsage, sensor::kCustomSensor);
-        ASSERT_EQ(nodes[secondSensor_].Parent, 0);
-    }
-
-    NTSTATUS Get(USHORT link, std::uint8_t reportId, const std::vector<CHAR>& bytes, ULONG& value)
-    {
-        std::vector<CHAR> report = bytes;
-        report.resize(Caps(blob_).InputReportByteLength);
-        report[0] = static_cast<CHAR>(reportId);
-        return HidP_GetUsageValue(HidP_Input, 0x20, link, sensor::CustomValueUsage(1), &value, Preparsed(blob_),
-                                  report.data(), static_cast<ULONG>(report.size()));
-    }
-
-    PreparsedBlob blob_;
-    USHORT firstSensor_ = 0;
-    USHORT secondSensor_ = 0;
-};
-
-TEST_F(SameUsageInSeveralReports, ReportIdInByteZeroPicksTheField)
+// and in link collections of their own (nodes 1 and 6).
+TEST(ValueAccess, SameUsageInSeveralReportsOfSeveralSensors)
 {
-    // Input report: ID, state, event, then the custom values.
-    const std::vector<CHAR> bytes = {0, 0, 0, 0x34, 0x12};
+    const sensor::SensorSpec first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
+    const sensor::SensorSpec second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
+    PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({first, second}));
+    const auto nodes = Nodes(blob);
+    ASSERT_EQ(nodes.size(), 1u + 2u * 5u);
+    const USHORT firstSensor = 1, secondSensor = 6;
+    ASSERT_EQ(nodes[firstSensor].LinkUsage, sensor::kCustomSensor);
+    ASSERT_EQ(nodes[secondSensor].LinkUsage, sensor::kCustomSensor);
+    const USAGE value1 = sensor::CustomValueUsage(1);
+    const std::size_t length = Caps(blob).InputReportByteLength;
+
+    // Input report: ID, state, event, then the custom values. Byte 0 picks the field.
+    auto get = [&](USHORT link, std::uint8_t reportId, ULONG& value) {
+        std::vector<CHAR> report = {static_cast<CHAR>(reportId), 0, 0, 0x34, 0x12};
+        report.resize(length);
+        return GetValue(blob, HidP_Input, 0x20, link, value1, report, value);
+    };
     ULONG value = 0;
-    ASSERT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 1, bytes, value), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(get(HIDP_LINK_COLLECTION_UNSPECIFIED, 1, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 0x1234u);
-    ASSERT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 2, bytes, value), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(get(HIDP_LINK_COLLECTION_UNSPECIFIED, 2, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 0x34u);  // the second sensor's value is 8 bits
-    ASSERT_EQ(Get(secondSensor_, 2, bytes, value), HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(get(secondSensor, 2, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 0x34u);
-}
 
-TEST_F(SameUsageInSeveralReports, LinkCollectionAndReportIdMustAgree)
-{
-    ULONG value = 0;
-    EXPECT_EQ(Get(firstSensor_, 2, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    EXPECT_EQ(Get(secondSensor_, 1, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    EXPECT_EQ(Get(HIDP_LINK_COLLECTION_UNSPECIFIED, 3, {}, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-    EXPECT_EQ(Get(HIDP_LINK_COLLECTION_ROOT, 1, {}, value), HIDP_STATUS_USAGE_NOT_FOUND);  // not in node 0
-    EXPECT_EQ(Get(firstSensor_ + 1, 1, {}, value), HIDP_STATUS_USAGE_NOT_FOUND);           // a selector's node
-}
+    // Link collection and report ID must agree.
+    EXPECT_EQ(get(firstSensor, 2, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(get(secondSensor, 1, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(get(HIDP_LINK_COLLECTION_UNSPECIFIED, 3, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(get(HIDP_LINK_COLLECTION_ROOT, 1, value), HIDP_STATUS_USAGE_NOT_FOUND);  // not in node 0
+    EXPECT_EQ(get(firstSensor + 1, 1, value), HIDP_STATUS_USAGE_NOT_FOUND);           // a selector's node
 
-TEST_F(SameUsageInSeveralReports, SetOnAZeroedReportWritesTheReportId)
-{
-    std::vector<CHAR> report(Caps(blob_).InputReportByteLength, 0);
-    const auto length = static_cast<ULONG>(report.size());
-    ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, secondSensor_, sensor::CustomValueUsage(1), 0x7F, Preparsed(blob_),
-                                 report.data(), length),
-              HIDP_STATUS_SUCCESS);
+    // Set on a zeroed report writes the field's report ID.
+    std::vector<CHAR> report(length, 0);
+    ASSERT_EQ(SetValue(blob, HidP_Input, 0x20, secondSensor, value1, 0x7F, report), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(report[0], 2);
     EXPECT_EQ(report[3], 0x7F);
-
-    // Unspecified link collection: the first field in descriptor order.
-    std::fill(report.begin(), report.end(), 0);
-    ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, sensor::CustomValueUsage(1), 0x7F, Preparsed(blob_),
-                                 report.data(), length),
-              HIDP_STATUS_SUCCESS);
+    std::fill(report.begin(), report.end(), 0);  // unspecified link: the first field in descriptor order
+    ASSERT_EQ(SetValue(blob, HidP_Input, 0x20, 0, value1, 0x7F, report), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(report[0], 1);
-
-    // Byte 0 already names another report.
-    report[0] = 2;
-    EXPECT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, sensor::CustomValueUsage(2), 1, Preparsed(blob_), report.data(),
-                                 length),
+    report[0] = 2;  // byte 0 already names another report
+    EXPECT_EQ(SetValue(blob, HidP_Input, 0x20, 0, sensor::CustomValueUsage(2), 1, report),
               HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
 }
 
@@ -336,14 +287,36 @@ TEST(ValueAccess, SameUsageInTwoReportsOfOneCollection)
     std::vector<CHAR> one = {1, 10, 11};
     std::vector<CHAR> two = {2, 22, 0};
     ULONG value = 0;
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &value, Preparsed(blob), one.data(), 3),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x11, one, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 11u);
-    ASSERT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x11, &value, Preparsed(blob), two.data(), 3),
-              HIDP_STATUS_SUCCESS);
+    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x11, two, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 22u);
-    EXPECT_EQ(HidP_GetUsageValue(HidP_Input, 0xFF00, 0, 0x10, &value, Preparsed(blob), two.data(), 3),
-              HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+    EXPECT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x10, two, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
+}
+
+TEST(ValueAccess, SameUsageAndReportInTwoLinkCollections)
+{
+    // Both fields have the same lookup key; the link collection tells them
+    // apart, and "any" takes the first in descriptor order.
+    DescriptorBuilder b;
+    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application).ReportId(1);
+    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(1);
+    b.Usage(0x02).Collection(CollectionType::Physical).Usage(0x10).Input(main_item::kDataVarAbs).EndCollection();
+    b.Usage(0x03).Collection(CollectionType::Physical).Usage(0x10).Input(main_item::kDataVarAbs).EndCollection();
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    std::vector<CHAR> report = {1, 11, 22};
+    ULONG value = 0;
+    const std::pair<USHORT, ULONG> reads[] = {{1, 11}, {2, 22}, {HIDP_LINK_COLLECTION_UNSPECIFIED, 11}};
+    for (const auto& [link, expected] : reads) {
+        ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, link, 0x10, report, value), HIDP_STATUS_SUCCESS) << link;
+        EXPECT_EQ(value, expected) << link;
+    }
+    EXPECT_EQ(GetValue(blob, HidP_Input, 0xFF00, HIDP_LINK_COLLECTION_ROOT, 0x10, report, value),
+              HIDP_STATUS_USAGE_NOT_FOUND);
+    std::vector<CHAR> zeroed(3, 0);
+    ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 2, 0x10, 0x33, zeroed), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(zeroed, (std::vector<CHAR>{1, 0, 0x33}));
 }
 
 }  // namespace

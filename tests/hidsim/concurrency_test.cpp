@@ -48,8 +48,7 @@ TEST(Concurrency, InputFedWhileTheReaderRunsIsDeliveredInOrderOrCountedAsDropped
 {
     constexpr int kInputs = 2000;
     const Bytes kLast{0x04, 0xFF, 0xFF};
-    HidDeviceConfig config;
-    config.WithDescriptor(LoadDescriptor("amd-sfh-als")).WithFeature(4, {0x04});
+    HidDeviceConfig config = On("amd-sfh-als").WithFeature(4, {0x04});
     config.trafficCapacity = 3 * kInputs + 100;
     auto device = MakeDevice(config);
     ASSERT_TRUE(device);

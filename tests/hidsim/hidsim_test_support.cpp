@@ -13,16 +13,12 @@ Bytes LoadDescriptor(const std::string& name)
 {
     const std::string path = std::string(HIDSIM_TEST_DATA_DIR) + "/" + name + ".hex";
     std::ifstream file(path);
-    if (!file) {
-        ADD_FAILURE() << "cannot open " << path;
-        return {};
-    }
     std::stringstream text;
     text << file.rdbuf();
     Bytes bytes;
     std::string error;
-    if (!host::hid::ParseHexDescriptor(text.str(), bytes, error))
-        ADD_FAILURE() << path << ": " << error;
+    if (!file || !host::hid::ParseHexDescriptor(text.str(), bytes, error))
+        ADD_FAILURE() << "cannot load " << path << ": " << error;
     return bytes;
 }
 
@@ -35,40 +31,28 @@ std::unique_ptr<SimulatedHidDevice> MakeDevice(const HidDeviceConfig& config)
     return device;
 }
 
-Answer GetFeature(HidCollectionEndpoint& endpoint, std::uint8_t reportId, ULONG length)
+Answer Query(HidCollectionEndpoint& endpoint, ULONG ioctlCode, ULONG length, std::uint8_t firstByte)
 {
     Bytes buffer(length, 0);
     if (length != 0)
-        buffer[0] = reportId;
-    Answer answer;
-    answer.result = endpoint.DeviceControl(IOCTL_HID_GET_FEATURE, nullptr, 0, buffer.data(), length);
+        buffer[0] = firstByte;
+    Answer answer{endpoint.DeviceControl(ioctlCode, nullptr, 0, buffer.data(), length), {}};
     buffer.resize(answer.result.information);
     answer.bytes = std::move(buffer);
     return answer;
 }
 
-HidCollectionEndpoint::IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report)
+IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report)
 {
     Bytes output(report.size(), 0);
     return endpoint.DeviceControl(IOCTL_HID_SET_FEATURE, report.data(), static_cast<ULONG>(report.size()),
                                   output.data(), static_cast<ULONG>(output.size()));
 }
 
-Answer Query(HidCollectionEndpoint& endpoint, ULONG ioctlCode, ULONG length)
+Bytes Padded(Bytes report, std::size_t length)
 {
-    Bytes buffer(length, 0);
-    Answer answer;
-    answer.result = endpoint.DeviceControl(ioctlCode, nullptr, 0, buffer.data(), length);
-    buffer.resize(answer.result.information);
-    answer.bytes = std::move(buffer);
-    return answer;
-}
-
-void RecordingRead::Complete(NTSTATUS status, const BYTE* data, ULONG length)
-{
-    completions.push_back({status, data == nullptr ? Bytes{} : Bytes(data, data + length)});
-    if (onComplete)
-        onComplete(*this);
+    report.resize(length, 0);
+    return report;
 }
 
 }  // namespace hidsim_test

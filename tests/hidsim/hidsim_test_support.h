@@ -14,27 +14,38 @@
 namespace hidsim_test {
 
 using host::HidCollectionEndpoint;
+using host::hidsim::DeviceRule;
 using host::hidsim::HidDeviceConfig;
+using host::hidsim::RuleTrigger;
 using host::hidsim::SimulatedHidDevice;
 using Bytes = std::vector<std::uint8_t>;
+using IoctlResult = HidCollectionEndpoint::IoctlResult;
 
 // The bytes of tests/data/<name>.hex; adds a test failure when unreadable.
 Bytes LoadDescriptor(const std::string& name);
-
+// A configuration with only the named descriptor.
+inline HidDeviceConfig On(const std::string& descriptor)
+{
+    return HidDeviceConfig{}.WithDescriptor(LoadDescriptor(descriptor));
+}
 // Creates the device; adds a test failure (and returns null) when it cannot.
 std::unique_ptr<SimulatedHidDevice> MakeDevice(const HidDeviceConfig& config);
 
 struct Answer {
-    HidCollectionEndpoint::IoctlResult result;
+    IoctlResult result;
     Bytes bytes;  // the output buffer after the call, `information` bytes of it
 };
 
-// GET_FEATURE with a zeroed `length`-byte buffer whose byte 0 is `reportId`.
-Answer GetFeature(HidCollectionEndpoint& endpoint, std::uint8_t reportId, ULONG length);
+// An IOCTL without input into a zeroed `length`-byte buffer whose byte 0 is `firstByte`.
+Answer Query(HidCollectionEndpoint& endpoint, ULONG ioctlCode, ULONG length, std::uint8_t firstByte = 0);
+inline Answer GetFeature(HidCollectionEndpoint& endpoint, std::uint8_t reportId, ULONG length)
+{
+    return Query(endpoint, IOCTL_HID_GET_FEATURE, length, reportId);
+}
 // SET_FEATURE with `report` as input and an output buffer of the same length.
-HidCollectionEndpoint::IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report);
-// Any IOCTL without input, into a zeroed `length`-byte buffer.
-Answer Query(HidCollectionEndpoint& endpoint, ULONG ioctlCode, ULONG length);
+IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report);
+// `report` padded with zeros to `length` bytes.
+Bytes Padded(Bytes report, std::size_t length);
 
 // A read that records its completions; `onComplete` runs inside Complete().
 class RecordingRead final : public HidCollectionEndpoint::ReadCompletion {
@@ -43,8 +54,12 @@ public:
         NTSTATUS status;
         Bytes data;
     };
-
-    void Complete(NTSTATUS status, const BYTE* data, ULONG length) override;
+    void Complete(NTSTATUS status, const BYTE* data, ULONG length) override
+    {
+        completions.push_back({status, data == nullptr ? Bytes{} : Bytes(data, data + length)});
+        if (onComplete)
+            onComplete(*this);
+    }
 
     std::vector<Completed> completions;
     std::function<void(RecordingRead&)> onComplete;

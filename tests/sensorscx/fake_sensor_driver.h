@@ -17,6 +17,7 @@
 #include "host/common/hid_collection_endpoint.h"
 #include "host/framework/driver_host.h"
 #include "host/sensorscx/client.h"
+#include "host/sensorscx/violations.h"
 #include "platform/sensorscx.h"
 
 namespace host::sensorscx::testing {
@@ -41,12 +42,24 @@ private:
     std::vector<std::uint64_t> storage_;
 };
 
-PROPVARIANT Ui4(ULONG v);
-PROPVARIANT Ui2(USHORT v);
-PROPVARIANT R4(float v);
-PROPVARIANT Str(const char16_t* s);
-PROPVARIANT Clsid(const GUID& g);
-PROPVARIANT FileTime(ULONGLONG ticks);
+template <class T>
+PROPVARIANT Value(VARTYPE vt, T PROPVARIANT::*field, T v)
+{
+    PROPVARIANT p{};
+    p.vt = vt;
+    p.*field = v;
+    return p;
+}
+inline PROPVARIANT Of(VARTYPE vt) { return Value(vt, &PROPVARIANT::ulVal, ULONG{0}); }
+inline PROPVARIANT Ui4(ULONG v) { return Value(VT_UI4, &PROPVARIANT::ulVal, v); }
+inline PROPVARIANT Ui2(USHORT v) { return Value(VT_UI2, &PROPVARIANT::uiVal, v); }
+inline PROPVARIANT R4(float v) { return Value(VT_R4, &PROPVARIANT::fltVal, v); }
+inline PROPVARIANT FileTime(ULONGLONG ticks)
+{
+    return Value(VT_FILETIME, &PROPVARIANT::filetime, FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)});
+}
+PROPVARIANT Str(const char16_t* s);   // owns a copy of s
+PROPVARIANT Clsid(const GUID& g);     // owns a copy of g
 
 // Ways to break the contract in the list callbacks.
 struct Misbehaviour {
@@ -60,10 +73,9 @@ struct Misbehaviour {
 struct FakeSensor {
     explicit FakeSensor(int number);
 
-    int number;
     SENSOROBJECT handle = nullptr;
     DriverList enumeration{3};
-    DriverList properties{3};
+    DriverList properties{3};  // 8 + 3 * 48 + 2 * 22 bytes marshalled
     DriverList thresholds{1};
     DriverList fieldProperties{2};
     DriverList data{3};
@@ -88,7 +100,7 @@ struct FakeSensor {
     PSENSOR_PROPERTY_LIST Fields() { return reinterpret_cast<PSENSOR_PROPERTY_LIST>(fieldsStorage.data()); }
     void ReleaseWorker();
     void JoinWorker();
-    // Sets data entry 1 and 2 and calls SensorsCxSensorDataReady.
+    // Sets data entries 1 and 2 and calls SensorsCxSensorDataReady.
     NTSTATUS Deliver(ULONG value, float reading);
 };
 
@@ -102,25 +114,13 @@ struct FakeDriverConfig {
 
 FakeDriverConfig& FakeDriver();
 std::vector<std::unique_ptr<FakeSensor>>& FakeSensors();
-NTSTATUS FakeDriverEntry(void* loaderInterface, void* context, PDRIVER_OBJECT driverObject,
-                         PUNICODE_STRING registryPath);
 
 // A HID collection nobody talks to.
 class SilentEndpoint final : public HidCollectionEndpoint {
 public:
-    IoctlResult DeviceControl(ULONG, const BYTE*, ULONG, BYTE*, ULONG) override
-    {
-        return {STATUS_INVALID_DEVICE_REQUEST, 0, true};
-    }
+    IoctlResult DeviceControl(ULONG, const BYTE*, ULONG, BYTE*, ULONG) override { return {STATUS_INVALID_DEVICE_REQUEST, 0, true}; }
     void SubmitRead(ReadCompletion* read, ULONG) override { pending_ = read; }
-    bool CancelRead(ReadCompletion* read) override
-    {
-        if (pending_ != read)
-            return false;
-        pending_ = nullptr;
-        read->Complete(STATUS_CANCELLED, nullptr, 0);
-        return true;
-    }
+    bool CancelRead(ReadCompletion* read) override;
 
 private:
     ReadCompletion* pending_ = nullptr;
@@ -131,6 +131,8 @@ class LedgerTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
+    // The kinds reported so far; the log is emptied.
+    static std::vector<ViolationKind> TakeViolations();
 };
 
 // The fake driver loaded on a deterministic host with its device added, and a client.
@@ -143,12 +145,10 @@ protected:
 
     FakeSensor& Sensor(std::size_t i) { return *FakeSensors().at(i); }
     Client& TheClient() { return *client_; }
-    std::vector<std::string> ViolationTexts() const;
 
     SilentEndpoint endpoint_;
     std::unique_ptr<framework::DriverHost> host_;
     std::optional<Client> client_;
-    bool started_ = false;
 };
 
 }  // namespace host::sensorscx::testing

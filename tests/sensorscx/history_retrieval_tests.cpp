@@ -5,7 +5,6 @@
 #include <chrono>
 #include <thread>
 
-#include "host/sensorscx/violations.h"
 #include "tests/sensorscx/fake_sensor_driver.h"
 
 namespace host::sensorscx::testing {
@@ -24,31 +23,20 @@ protected:
     }
 };
 
-TEST_F(HistoryRetrievalTest, CompletionCarriesTheRecordsAndSize)
+TEST_F(HistoryRetrievalTest, CompletionCarriesTheRecordsAndASecondStartMeanwhileIsRefused)
 {
+    Sensor(0).holdWorker = true;
     ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 5 * kRecordBytes).status, STATUS_SUCCESS);
+    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_DEVICE_BUSY);
+    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value());
+    Sensor(0).ReleaseWorker();
     const auto completion = TheClient().WaitHistoryRetrieval(0, kPatience);
     ASSERT_TRUE(completion.has_value());
     EXPECT_EQ(completion->status, STATUS_SUCCESS);
     EXPECT_EQ(completion->size, 8 + 2 * kRecordBytes);
     ASSERT_EQ(completion->list.Count(), 6u);
     EXPECT_EQ(completion->list[5].Value.uiVal, 51);
-    EXPECT_EQ(ViolationLog::Instance().Count(), 0u);
     Sensor(0).JoinWorker();
-}
-
-TEST_F(HistoryRetrievalTest, SecondStartWhileRunningIsRefusedAndTheFirstStillCompletes)
-{
-    Sensor(0).holdWorker = true;
-    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
-    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_DEVICE_BUSY);
-    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value());
-    Sensor(0).ReleaseWorker();
-    const auto completion = TheClient().WaitHistoryRetrieval(0, kPatience);
-    ASSERT_TRUE(completion.has_value());
-    EXPECT_EQ(completion->list.Count(), 6u);
-    Sensor(0).JoinWorker();
-    EXPECT_EQ(ViolationLog::Instance().Count(), 0u);
 }
 
 TEST_F(HistoryRetrievalTest, CancelEndsTheRetrievalWithoutCompletion)
@@ -62,33 +50,25 @@ TEST_F(HistoryRetrievalTest, CancelEndsTheRetrievalWithoutCompletion)
     // A completion now would be for a retrieval that no longer exists.
     EXPECT_EQ(SensorsCxSensorHistoryRetrievalComplete(Sensor(0).handle, 8, STATUS_SUCCESS),
               STATUS_INVALID_DEVICE_STATE);
-    EXPECT_TRUE(ViolationLog::Instance().Contains(ViolationKind::NoAcceptedRetrieval));
-    ViolationLog::Instance().Reset();
+    EXPECT_EQ(TakeViolations(), std::vector<ViolationKind>{ViolationKind::NoAcceptedRetrieval});
 }
 
-TEST_F(HistoryRetrievalTest, CompletionWithoutRetrievalAndTwiceAreReported)
+TEST_F(HistoryRetrievalTest, StrayTwiceAndShortCompletionsAreReported)
 {
     EXPECT_EQ(SensorsCxSensorHistoryRetrievalComplete(Sensor(1).handle, 8, STATUS_SUCCESS),
               STATUS_INVALID_DEVICE_STATE);
+    EXPECT_EQ(ViolationLog::Instance().Entries().at(0).what,
+              "SensorsCxSensorHistoryRetrievalComplete on sensor 1 without an accepted retrieval");
     Sensor(0).completeTwice = true;
-    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
-    ASSERT_TRUE(TheClient().WaitHistoryRetrieval(0, kPatience).has_value());
-    Sensor(0).JoinWorker();
-    const auto entries = ViolationLog::Instance().Entries();
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].what, "SensorsCxSensorHistoryRetrievalComplete on sensor 1 without an accepted retrieval");
-    EXPECT_EQ(entries[1].kind, ViolationKind::NoAcceptedRetrieval);
-    ViolationLog::Instance().Reset();
-}
-
-TEST_F(HistoryRetrievalTest, ShortCompletionSizeIsReported)
-{
-    Sensor(0).reportShortSize = true;
-    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
-    ASSERT_TRUE(TheClient().WaitHistoryRetrieval(0, kPatience).has_value());
-    Sensor(0).JoinWorker();
-    EXPECT_TRUE(ViolationLog::Instance().Contains(ViolationKind::SizeTooSmall));
-    ViolationLog::Instance().Reset();
+    Sensor(1).reportShortSize = true;
+    for (std::size_t i : {0, 1}) {
+        ASSERT_EQ(TheClient().StartHistoryRetrieval(i, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
+        ASSERT_TRUE(TheClient().WaitHistoryRetrieval(i, kPatience).has_value());
+        Sensor(i).JoinWorker();
+    }
+    EXPECT_EQ(TakeViolations(), (std::vector<ViolationKind>{ViolationKind::NoAcceptedRetrieval,
+                                                            ViolationKind::NoAcceptedRetrieval,
+                                                            ViolationKind::SizeTooSmall}));
 }
 
 TEST_F(HistoryRetrievalTest, RefusedStartsLeaveNothingPending)

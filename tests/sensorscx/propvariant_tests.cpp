@@ -14,134 +14,131 @@ namespace {
 
 class PropVariantTest : public LedgerTest {};
 
-PROPVARIANT Of(VARTYPE vt)
-{
-    PROPVARIANT v{};
-    v.vt = vt;
-    return v;
-}
+enum class To { UInt16, UInt32, Int64, Boolean, FileTime };
 
-TEST_F(PropVariantTest, UInt16NarrowsOnlyWhatFits)
+// The converted value widened to 64 bits; outputs start as 7 so a failure must clear them.
+std::pair<HRESULT, LONGLONG> Convert(const PROPVARIANT& v, To to)
 {
-    USHORT out = 7;
-    EXPECT_EQ(PropVariantToUInt16(Ui4(65535), &out), S_OK);
-    EXPECT_EQ(out, 65535);
-    EXPECT_EQ(PropVariantToUInt16(Ui4(65536), &out), HRESULT_ARITHMETIC_OVERFLOW);
-    EXPECT_EQ(out, 0);
-    PROPVARIANT negative = Of(VT_I4);
-    negative.lVal = -1;
-    EXPECT_EQ(PropVariantToUInt16(negative, &out), HRESULT_ARITHMETIC_OVERFLOW);
-}
-
-TEST_F(PropVariantTest, EmptyAndNullAreInvalidArguments)
-{
-    ULONG u32 = 9;
-    LONGLONG i64 = 9;
-    BOOL b = 1;
-    FILETIME ft{1, 1};
-    for (VARTYPE vt : {VT_EMPTY, VT_NULL}) {
-        EXPECT_EQ(PropVariantToUInt32(Of(vt), &u32), E_INVALIDARG);
-        EXPECT_EQ(PropVariantToInt64(Of(vt), &i64), E_INVALIDARG);
-        EXPECT_EQ(PropVariantToBoolean(Of(vt), &b), E_INVALIDARG);
-        EXPECT_EQ(PropVariantToFileTime(Of(vt), PSTF_UTC, &ft), E_INVALIDARG);
+    switch (to) {
+    case To::UInt16: {
+        USHORT out = 7;
+        return {PropVariantToUInt16(v, &out), out};
     }
-    EXPECT_EQ(u32, 0u);
-    EXPECT_EQ(i64, 0);
-    EXPECT_EQ(b, 0);
-    EXPECT_EQ(ft.dwLowDateTime, 0u);
+    case To::UInt32: {
+        ULONG out = 7;
+        return {PropVariantToUInt32(v, &out), out};
+    }
+    case To::Int64: {
+        LONGLONG out = 7;
+        return {PropVariantToInt64(v, &out), out};
+    }
+    case To::Boolean: {
+        BOOL out = 7;
+        return {PropVariantToBoolean(v, &out), out};
+    }
+    case To::FileTime: {
+        FILETIME out{7, 7};
+        const HRESULT hr = PropVariantToFileTime(v, PSTF_UTC, &out);
+        return {hr, static_cast<LONGLONG>((ULONGLONG{out.dwHighDateTime} << 32) | out.dwLowDateTime)};
+    }
+    }
+    return {E_FAIL, 0};
 }
 
-TEST_F(PropVariantTest, IntegersConvertAcrossWidthsWithRangeChecks)
+PROPVARIANT I4(LONG v)
 {
-    LONGLONG i64 = 0;
-    PROPVARIANT big = Of(VT_UI8);
-    big.uhVal = static_cast<ULONGLONG>(std::numeric_limits<LONGLONG>::max()) + 1;
-    EXPECT_EQ(PropVariantToInt64(big, &i64), HRESULT_ARITHMETIC_OVERFLOW);
-    big.uhVal -= 1;
-    EXPECT_EQ(PropVariantToInt64(big, &i64), S_OK);
-    EXPECT_EQ(i64, std::numeric_limits<LONGLONG>::max());
-
-    PROPVARIANT minimum = Of(VT_I8);
-    minimum.hVal = std::numeric_limits<LONGLONG>::min();
-    EXPECT_EQ(PropVariantToInt64(minimum, &i64), S_OK);
-    EXPECT_EQ(i64, std::numeric_limits<LONGLONG>::min());
-
-    ULONG u32 = 0;
-    PROPVARIANT wide = Of(VT_UI8);
-    wide.uhVal = 0x100000000ull;
-    EXPECT_EQ(PropVariantToUInt32(wide, &u32), HRESULT_ARITHMETIC_OVERFLOW);
-    EXPECT_EQ(PropVariantToUInt32(Ui2(513), &u32), S_OK);
-    EXPECT_EQ(u32, 513u);
+    PROPVARIANT p = Of(VT_I4);
+    p.lVal = v;
+    return p;
+}
+PROPVARIANT I8(LONGLONG v)
+{
+    PROPVARIANT p = Of(VT_I8);
+    p.hVal = v;
+    return p;
+}
+PROPVARIANT Ui8(ULONGLONG v)
+{
+    PROPVARIANT p = Of(VT_UI8);
+    p.uhVal = v;
+    return p;
+}
+PROPVARIANT R8(double v)
+{
+    PROPVARIANT p = Of(VT_R8);
+    p.dblVal = v;
+    return p;
+}
+PROPVARIANT Bool(VARIANT_BOOL v)
+{
+    PROPVARIANT p = Of(VT_BOOL);
+    p.boolVal = v;
+    return p;
 }
 
-TEST_F(PropVariantTest, FloatsRoundToNearestEvenAndRejectNaN)
+TEST_F(PropVariantTest, ConversionRules)
 {
-    ULONG u32 = 0;
-    EXPECT_EQ(PropVariantToUInt32(R4(2.5f), &u32), S_OK);
-    EXPECT_EQ(u32, 2u);
-    EXPECT_EQ(PropVariantToUInt32(R4(3.5f), &u32), S_OK);
-    EXPECT_EQ(u32, 4u);
-    EXPECT_EQ(PropVariantToUInt32(R4(-0.4f), &u32), S_OK);
-    EXPECT_EQ(u32, 0u);
-    EXPECT_EQ(PropVariantToUInt32(R4(-1.0f), &u32), HRESULT_ARITHMETIC_OVERFLOW);
-    PROPVARIANT d = Of(VT_R8);
-    d.dblVal = 4294967295.0;
-    EXPECT_EQ(PropVariantToUInt32(d, &u32), S_OK);
-    EXPECT_EQ(u32, 4294967295u);
-    d.dblVal = 4294967296.0;
-    EXPECT_EQ(PropVariantToUInt32(d, &u32), HRESULT_ARITHMETIC_OVERFLOW);
-    d.dblVal = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_EQ(PropVariantToUInt32(d, &u32), HRESULT_ARITHMETIC_OVERFLOW);
-    LONGLONG i64 = 0;
-    d.dblVal = 9223372036854775808.0;  // 2^63
-    EXPECT_EQ(PropVariantToInt64(d, &i64), HRESULT_ARITHMETIC_OVERFLOW);
-}
+    constexpr LONGLONG kMax64 = std::numeric_limits<LONGLONG>::max();
+    constexpr LONGLONG kMin64 = std::numeric_limits<LONGLONG>::min();
+    const HRESULT overflow = HRESULT_ARITHMETIC_OVERFLOW;
+    struct Case {
+        const char* what;
+        PROPVARIANT value;
+        To to;
+        HRESULT hr;
+        LONGLONG out;
+    };
+    Case cases[] = {
+        {"u16 fits", Ui4(65535), To::UInt16, S_OK, 65535},
+        {"u16 too wide", Ui4(65536), To::UInt16, overflow, 0},
+        {"u16 negative", I4(-1), To::UInt16, overflow, 0},
+        {"empty u32", Of(VT_EMPTY), To::UInt32, E_INVALIDARG, 0},
+        {"null i64", Of(VT_NULL), To::Int64, E_INVALIDARG, 0},
+        {"empty bool", Of(VT_EMPTY), To::Boolean, E_INVALIDARG, 0},
+        {"null filetime", Of(VT_NULL), To::FileTime, E_INVALIDARG, 0},
+        {"u64 past i64", Ui8(static_cast<ULONGLONG>(kMax64) + 1), To::Int64, overflow, 0},
+        {"u64 at i64 max", Ui8(kMax64), To::Int64, S_OK, kMax64},
+        {"i64 min", I8(kMin64), To::Int64, S_OK, kMin64},
+        {"u64 past u32", Ui8(0x100000000ull), To::UInt32, overflow, 0},
+        {"u16 widens", Ui2(513), To::UInt32, S_OK, 513},
+        {"2.5 to even", R4(2.5f), To::UInt32, S_OK, 2},
+        {"3.5 to even", R4(3.5f), To::UInt32, S_OK, 4},
+        {"-0.4 rounds to 0", R4(-0.4f), To::UInt32, S_OK, 0},
+        {"-1.0", R4(-1.0f), To::UInt32, overflow, 0},
+        {"r8 u32 max", R8(4294967295.0), To::UInt32, S_OK, 4294967295},
+        {"r8 past u32", R8(4294967296.0), To::UInt32, overflow, 0},
+        {"NaN", R8(std::numeric_limits<double>::quiet_NaN()), To::UInt32, overflow, 0},
+        {"2^63", R8(9223372036854775808.0), To::Int64, overflow, 0},
+        {"VARIANT_TRUE is 1", Bool(VARIANT_TRUE), To::UInt32, S_OK, 1},
+        {"VARIANT_TRUE bool", Bool(VARIANT_TRUE), To::Boolean, S_OK, 1},
+        {"nonzero bool", Ui4(5), To::Boolean, S_OK, 1},
+        {"\"TRUE\"", Str(u"TRUE"), To::Boolean, S_OK, 1},
+        {"\"-12\" i64", Str(u"-12"), To::Int64, S_OK, -12},
+        {"\"-12\" u32", Str(u"-12"), To::UInt32, overflow, 0},
+        {"\"12a\" u32", Str(u"12a"), To::UInt32, TYPE_E_TYPEMISMATCH, 0},
+        {"\"12a\" bool", Str(u"12a"), To::Boolean, TYPE_E_TYPEMISMATCH, 0},
+        {"filetime", FileTime(0x0123456789ABCDEFull), To::FileTime, S_OK, 0x0123456789ABCDEF},
+        {"u4 to filetime", Ui4(1), To::FileTime, TYPE_E_TYPEMISMATCH, 0},
+        {"filetime to u32", FileTime(1), To::UInt32, TYPE_E_TYPEMISMATCH, 0},
+    };
+    for (const Case& c : cases) {
+        const auto [hr, out] = Convert(c.value, c.to);
+        EXPECT_EQ(hr, c.hr) << c.what;
+        EXPECT_EQ(out, c.out) << c.what;
+    }
+    for (Case& c : cases)
+        PropVariantClear(&c.value);
 
-TEST_F(PropVariantTest, BooleansAndStrings)
-{
-    BOOL b = 0;
-    PROPVARIANT vb = Of(VT_BOOL);
-    vb.boolVal = VARIANT_TRUE;
-    EXPECT_EQ(PropVariantToBoolean(vb, &b), S_OK);
-    EXPECT_EQ(b, 1);
-    ULONG u32 = 0;
-    EXPECT_EQ(PropVariantToUInt32(vb, &u32), S_OK);
-    EXPECT_EQ(u32, 1u);  // VARIANT_TRUE counts as 1, not as 0xFFFF
-    EXPECT_EQ(PropVariantToBoolean(Ui4(5), &b), S_OK);
-    EXPECT_EQ(b, 1);
-
-    PROPVARIANT text = Str(u"TRUE");
-    EXPECT_EQ(PropVariantToBoolean(text, &b), S_OK);
-    EXPECT_EQ(b, 1);
-    PropVariantClear(&text);
-    text = Str(u"-12");
-    LONGLONG i64 = 0;
-    EXPECT_EQ(PropVariantToInt64(text, &i64), S_OK);
-    EXPECT_EQ(i64, -12);
-    EXPECT_EQ(PropVariantToUInt32(text, &u32), HRESULT_ARITHMETIC_OVERFLOW);
-    PropVariantClear(&text);
-    text = Str(u"12a");
-    EXPECT_EQ(PropVariantToUInt32(text, &u32), TYPE_E_TYPEMISMATCH);
-    EXPECT_EQ(PropVariantToBoolean(text, &b), TYPE_E_TYPEMISMATCH);
-    PropVariantClear(&text);
-}
-
-TEST_F(PropVariantTest, FileTimeOnlyFromFileTime)
-{
+    PROPVARIANT v = FileTime(1);
     FILETIME ft{};
-    PROPVARIANT v = FileTime(0x0123456789ABCDEFull);
-    EXPECT_EQ(PropVariantToFileTime(v, PSTF_UTC, &ft), S_OK);
-    EXPECT_EQ(ft.dwHighDateTime, 0x01234567u);
-    EXPECT_EQ(ft.dwLowDateTime, 0x89ABCDEFu);
     EXPECT_EQ(PropVariantToFileTime(v, PSTF_LOCAL, &ft), S_OK);
     EXPECT_EQ(PropVariantToFileTime(v, 7, &ft), E_INVALIDARG);
-    EXPECT_EQ(PropVariantToFileTime(Ui4(1), PSTF_UTC, &ft), TYPE_E_TYPEMISMATCH);
     ULONG u32 = 0;
-    EXPECT_EQ(PropVariantToUInt32(v, &u32), TYPE_E_TYPEMISMATCH);
     EXPECT_EQ(PropVariantToUInt32(v, nullptr), E_POINTER);
+    EXPECT_EQ(PropVariantToUInt32(Ui4(1), &u32), S_OK);
 }
 
-TEST_F(PropVariantTest, InitFromStringCopiesAndClearFrees)
+TEST_F(PropVariantTest, InitCopiesClearFreesAndFailuresLeaveEmpty)
 {
     char16_t text[] = u"abc";
     PROPVARIANT v{};
@@ -153,11 +150,19 @@ TEST_F(PropVariantTest, InitFromStringCopiesAndClearFrees)
     EXPECT_EQ(PropVariantClear(&v), S_OK);
     EXPECT_EQ(v.vt, VT_EMPTY);
     EXPECT_EQ(ResourceLedger::Instance().Live(ResourceKind::CoTaskMem), 0);
-}
 
-TEST_F(PropVariantTest, InitFailuresLeaveEmpty)
-{
-    PROPVARIANT v = Ui4(3);
+    PROPVARIANT clsid = Clsid(kDataFmtid);
+    EXPECT_TRUE(IsEqualGUID(*clsid.puuid, kDataFmtid));
+    EXPECT_EQ(PropVariantClear(&clsid), S_OK);
+    PROPVARIANT blob = Of(VT_BLOB);
+    blob.blob = {4, static_cast<BYTE*>(CoTaskMemAlloc(4))};
+    EXPECT_EQ(PropVariantClear(&blob), S_OK);
+    PROPVARIANT vector = Of(VT_VECTOR | VT_UI4);
+    EXPECT_EQ(PropVariantClear(&vector), E_INVALIDARG);
+    EXPECT_EQ(vector.vt, VT_VECTOR | VT_UI4);
+    EXPECT_EQ(PropVariantClear(nullptr), S_OK);
+
+    v = Ui4(3);
     EXPECT_EQ(InitPropVariantFromString(nullptr, &v), E_INVALIDARG);
     EXPECT_EQ(v.vt, VT_EMPTY);
     FaultInjector::Instance().FailNth(FaultPoint::CoTaskMem, 1, STATUS_NO_MEMORY);
@@ -167,26 +172,6 @@ TEST_F(PropVariantTest, InitFailuresLeaveEmpty)
     EXPECT_EQ(InitPropVariantFromCLSID(kDataFmtid, &v), E_OUTOFMEMORY);
     EXPECT_EQ(v.vt, VT_EMPTY);
     EXPECT_EQ(InitPropVariantFromFileTime(nullptr, &v), E_INVALIDARG);
-}
-
-TEST_F(PropVariantTest, ClearFreesClsidAndBlobAndRefusesUnknownTypes)
-{
-    PROPVARIANT clsid = Clsid(kDataFmtid);
-    EXPECT_TRUE(IsEqualGUID(*clsid.puuid, kDataFmtid));
-    EXPECT_EQ(PropVariantClear(&clsid), S_OK);
-    PROPVARIANT blob = Of(VT_BLOB);
-    blob.blob.cbSize = 4;
-    blob.blob.pBlobData = static_cast<BYTE*>(CoTaskMemAlloc(4));
-    EXPECT_EQ(PropVariantClear(&blob), S_OK);
-    PROPVARIANT vector = Of(VT_VECTOR | VT_UI4);
-    EXPECT_EQ(PropVariantClear(&vector), E_INVALIDARG);
-    EXPECT_EQ(vector.vt, VT_VECTOR | VT_UI4);
-    EXPECT_EQ(PropVariantClear(nullptr), S_OK);
-}
-
-TEST_F(PropVariantTest, InitFromFloatIsR4)
-{
-    PROPVARIANT v = Ui4(1);
     EXPECT_EQ(InitPropVariantFromFloat(1.25f, &v), STATUS_SUCCESS);
     EXPECT_EQ(v.vt, VT_R4);
     EXPECT_EQ(v.fltVal, 1.25f);

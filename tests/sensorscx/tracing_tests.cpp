@@ -76,20 +76,18 @@ TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallback)
     EXPECT_EQ(block.calls, 5);
     EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
     EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_INVALID_PARAMETER);
+
+    // A provider registering after the enable is enabled at once.
+    tracing::TraceSession later(sink_);
+    later.Enable(kControl, 3, 0x10);
+    ControlBlock late;
+    const TRACEHANDLE lateRegistration = Register(late);
+    EXPECT_EQ(late.level, 3);
+    EXPECT_EQ(late.flags, 0x10u);
+    EXPECT_EQ(UnregisterTraceGuids(lateRegistration), ERROR_SUCCESS);
 }
 
-TEST_F(TracingTest, ProviderRegisteringLaterIsEnabledAtOnce)
-{
-    tracing::TraceSession session(sink_);
-    session.Enable(kControl, 3, 0x10);
-    ControlBlock block;
-    const TRACEHANDLE registration = Register(block);
-    EXPECT_EQ(block.level, 3);
-    EXPECT_EQ(block.flags, 0x10u);
-    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
-}
-
-TEST_F(TracingTest, MessagesRenderArgumentsBySize)
+TEST_F(TracingTest, MessagesRenderArgumentsBySizeWhileEnabledOnly)
 {
     ControlBlock block;
     const TRACEHANDLE registration = Register(block);
@@ -112,10 +110,8 @@ TEST_F(TracingTest, MessagesRenderArgumentsBySize)
     EXPECT_NE(TraceMessage(stale, 0x2B, &kMessage, 14, nullptr), ERROR_SUCCESS);
     EXPECT_EQ(sink_->Lines().size(), 2u);
     EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
-}
 
-TEST_F(TracingTest, ForeignBuffersAndHandlesGiveNothing)
-{
+    // Foreign buffers and handles give nothing.
     int notABuffer = 0;
     EXPECT_EQ(GetTraceLoggerHandle(&notABuffer), ~TRACEHANDLE{0});
     EXPECT_EQ(GetTraceLoggerHandle(nullptr), ~TRACEHANDLE{0});

@@ -1,7 +1,9 @@
-// Every reason a descriptor is refused, with the offset it names.
+// How items are decoded, and every reason a descriptor is refused, with the
+// offset it names.
 #include <gtest/gtest.h>
 
 #include "host/hidparser/descriptor_builder.h"
+#include "host/hidparser/item_tokenizer.h"
 #include "test_support.h"
 
 namespace host::hid {
@@ -9,6 +11,49 @@ namespace {
 
 using test::Hex;
 using test::ParseFails;
+
+// Each item followed by `C0`: the first decodes as given, the second starts
+// right after it (long items included).
+TEST(ItemTokenizer, DecodesSizesTypesSignsAndLongItems)
+{
+    struct Case {
+        const char* bytes;
+        std::size_t length;
+        ItemType type;
+        std::uint8_t tag, size;
+        std::uint32_t data;
+        std::int32_t signedData;
+    };
+    const Case cases[] = {
+        {"A0", 1, ItemType::Main, 10, 0, 0, 0},
+        {"05 20", 2, ItemType::Global, 0, 1, 0x20, 0x20},
+        {"0A 08 03", 3, ItemType::Local, 0, 2, 0x0308, 0x0308},
+        {"0B 44 05 20 00", 5, ItemType::Local, 0, 4, 0x00200544, 0x00200544},
+        {"15 81", 2, ItemType::Global, 1, 1, 0x81, -127},
+        {"16 01 80", 3, ItemType::Global, 1, 2, 0x8001, -32767},
+        {"17 00 00 00 80", 5, ItemType::Global, 1, 4, 0x80000000u, INT32_MIN},
+        {"25 7F", 2, ItemType::Global, 2, 1, 0x7F, 127},
+        {"FE 02 F1 AA BB", 5, ItemType::Reserved, 0xF1, 2, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        const std::vector<std::uint8_t> bytes = Hex(std::string(c.bytes) + " C0");
+        ItemTokenizer tokenizer(bytes);
+        Item item;
+        ParseError error;
+        ASSERT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::Item);
+        EXPECT_EQ(item.offset, 0u);
+        EXPECT_EQ(item.type, c.type);
+        EXPECT_EQ(item.tag, c.tag);
+        EXPECT_EQ(item.size, c.size);
+        EXPECT_EQ(item.isLong, c.type == ItemType::Reserved);
+        EXPECT_EQ(item.data, c.data);
+        EXPECT_EQ(item.Signed(), c.signedData);
+        ASSERT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::Item);
+        EXPECT_EQ(item.offset, c.length);
+        EXPECT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::End);
+    }
+}
 
 struct Rejection {
     const char* name;
@@ -29,6 +74,9 @@ TEST_P(MalformedDescriptor, IsRefusedWithOffsetAndReason)
 
 const Rejection kRejections[] = {
     {"TruncatedItem", "05 01 09 02 A1 01 26 FF", 6, "truncated item 0x26: needs 2 data bytes, 1 left"},
+    {"TruncatedFourByteItem", "05 20 27", 2, "truncated item 0x27: needs 4 data bytes, 0 left"},
+    {"TruncatedLongItem", "FE 05 10 00", 0, "long item needs 5 data bytes, 1 left"},
+    {"TruncatedLongItemHeader", "09 01 FE 01", 2, "truncated long item header"},
     {"EndCollectionWithoutCollection", "05 01 C0", 2, "End Collection without Collection"},
     {"MissingEndCollection", "05 01 09 02 A1 01 A1 00 C0", 9,
      "1 collection(s) without End Collection at end of descriptor"},
@@ -142,15 +190,12 @@ TEST(MalformedDescriptorLimits, MoreThan16384Collections)
     EXPECT_EQ(error.reason, "more than 16384 collections");
 }
 
-TEST(MalformedDescriptorLimits, ReportOfExactly4096BytesIsAccepted)
+TEST(MalformedDescriptorLimits, ReportOfExactly4096BytesIsAcceptedAndAFailedParseLeavesNoBlobs)
 {
     // 1 report-ID byte + 4095 data bytes.
     PreparsedBlob blob = test::ParseSingle(Hex("05 01 09 02 A1 01 85 01 75 08 96 FF 0F 09 30 81 02 C0"));
     EXPECT_EQ(test::Caps(blob).InputReportByteLength, 4096);
-}
 
-TEST(MalformedDescriptorLimits, FailedParseLeavesNoBlobs)
-{
     std::vector<PreparsedBlob> blobs(3);
     ParseError error;
     EXPECT_FALSE(ParseReportDescriptor(Hex("05 01 09 02 A1 01 C0 C0"), blobs, error));
