@@ -99,20 +99,20 @@ TEST(SensorDescriptor, CustomSensorInAContainer)
 
 TEST(SensorDescriptor, SingleSensorWithModifiedAndVendorProperties)
 {
-    sensor::SensorSpec spec;
-    spec.usage = sensor::kAccelerometer3D;
-    spec.reportId = 4;
-    spec.featureSelectors = {sensor::ReportingStateSelector(), sensor::PowerStateSelector()};
-    spec.features = {
+    sensor::SensorSpec sensorSpec;
+    sensorSpec.usage = sensor::kAccelerometer3D;
+    sensorSpec.reportId = 4;
+    sensorSpec.featureSelectors = {sensor::ReportingStateSelector(), sensor::PowerStateSelector()};
+    sensorSpec.features = {
         sensor::ReportIntervalProperty(32),
         sensor::Property(sensor::Modified(0x452, sensor::kModChangeSensitivityAbsolute), 16, 0, 0xFFFF, -2),
         sensor::Property(sensor::kMinimumReportInterval, 32, 0, 0xFFFFFFFFLL),
         sensor::Property(0xF02A, 8, 0, 255),
         sensor::StringProperty(sensor::kFriendlyName, 24),
     };
-    spec.inputSelectors = {sensor::SensorStateSelector(), sensor::SensorEventSelector()};
-    spec.inputs = {sensor::Property(0x453, 16, -32767, 32767, -2), sensor::Property(0x454, 16, -32767, 32767, -2)};
-    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(spec, CollectionType::Physical));
+    sensorSpec.inputSelectors = {sensor::SensorStateSelector(), sensor::SensorEventSelector()};
+    sensorSpec.inputs = {sensor::Property(0x453, 16, -32767, 32767, -2), sensor::Property(0x454, 16, -32767, 32767, -2)};
+    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(sensorSpec, CollectionType::Physical));
 
     EXPECT_EQ(Nodes(blob)[0].CollectionType, HIDP_COLLECTION_PHYSICAL);
     const auto feature = ValueCaps(blob, HidP_Feature);

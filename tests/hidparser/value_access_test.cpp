@@ -93,9 +93,9 @@ TEST(ValueAccess, SignedValuesComeBackRaw)
 
 TEST(ValueAccess, Utf16StringProperty)
 {
-    sensor::SensorSpec spec = sensor::CustomSensor(32, {sensor::CustomValue(1)});
-    spec.reportId = 2;
-    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(spec));
+    sensor::SensorSpec sensorSpec = sensor::CustomSensor(32, {sensor::CustomValue(1)});
+    sensorSpec.reportId = 2;
+    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(sensorSpec));
     const auto features = ValueCaps(blob, HidP_Feature);
     ASSERT_EQ(features.size(), 2u);
     EXPECT_EQ(features[1].NotRange.Usage, sensor::kDescription);
