@@ -7,8 +7,6 @@
 
 #include "host/common/fault_injection.h"
 #include "host/hidparser/descriptor_text.h"
-#include "tests/driver/recording_sensors.h"
-#include "tests/driver/test_driver_module.h"
 #include "tracing/trace_provider.h"
 
 namespace testdriver {
@@ -35,12 +33,10 @@ Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std
     return report;
 }
 
-hs::SensorSpec Accelerometer(int axes, bool withFeature)
+hs::SensorSpec Accelerometer(int axes)
 {
     hs::SensorSpec accel;
     accel.usage = hs::kAccelerometer3D;
-    if (withFeature)
-        accel.features = {hs::ReportIntervalProperty()};
     for (int i = 0; i < axes; ++i)
         accel.inputs.push_back(hs::Property(static_cast<std::uint16_t>(0x453 + i), 16, -32767, 32767));
     return accel;
@@ -56,8 +52,10 @@ hs::SensorSpec Custom(int values)
 
 HidDeviceConfig AccelerometerActivityPedometer()
 {
+    hs::SensorSpec accel = Accelerometer(2);
+    accel.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
-        .WithDescriptor(hs::BuildSensorContainer({Accelerometer(2, true), Custom(), Custom()}))
+        .WithDescriptor(hs::BuildSensorContainer({accel, Custom(), Custom()}))
         .WithSerialNumber(u"SN-7")
         .WithManufacturer(u"Contoso")
         .WithProduct(u"Hub")
@@ -72,12 +70,6 @@ std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traff
         if (event.kind == TrafficKind::GetFeature)
             ids.push_back(event.reportId.value_or(-1));
     return ids;
-}
-
-const SensorFactory& RecordingFactory()
-{
-    static const RecordingSensorFactory factory;
-    return factory;
 }
 
 DriverTestBed::DriverTestBed(const host::hidsim::HidDeviceConfig& config, const SensorFactory* factory,
@@ -108,16 +100,6 @@ DriverTestBed::~DriverTestBed()
     host::FaultInjector::Instance().Reset();
 }
 
-void DriverTestBed::EnableTracing(UCHAR level, ULONG flags)
-{
-    session_->Enable(kTraceControlGuid, level, flags);
-}
-
-void DriverTestBed::DisableTracing()
-{
-    session_->Disable(kTraceControlGuid);
-}
-
 NTSTATUS DriverTestBed::Load()
 {
     if (added_)
@@ -129,12 +111,6 @@ NTSTATUS DriverTestBed::Load()
     return status;
 }
 
-NTSTATUS DriverTestBed::Prepare()
-{
-    const NTSTATUS status = Load();
-    return NT_SUCCESS(status) ? host_->PrepareHardware() : status;
-}
-
 std::string DriverTestBed::UnloadAndCollectLeaks()
 {
     unloaded_ = true;
@@ -143,23 +119,6 @@ std::string DriverTestBed::UnloadAndCollectLeaks()
     for (const std::string& violation : host_->Violations())
         leaks += " violation: " + violation;
     return leaks;
-}
-
-HidDevice* DriverTestBed::Hid() const
-{
-    return HidDeviceOf(host_->Device());
-}
-
-HidSensor* DriverTestBed::Sensor(ULONG index) const
-{
-    HidDevice* device = Hid();
-    return device != nullptr ? device->Sensor(index) : nullptr;
-}
-
-void DriverTestBed::Feed(const Bytes& bytes)
-{
-    sim_->FeedInput(bytes);
-    host_->RunPending();
 }
 
 }  // namespace testdriver

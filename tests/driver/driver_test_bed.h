@@ -14,12 +14,12 @@
 #include "host/sensorscx/tracing.h"
 #include "sensors/hid_sensor.h"
 #include "tests/driver/endpoint_shim.h"
+#include "tests/driver/recording_sensors.h"
+#include "tests/driver/test_driver_module.h"
 
 namespace testdriver {
 
 using Bytes = std::vector<std::uint8_t>;
-
-inline constexpr char16_t kDevicePath[] = u"HID\\VID_5A3C&PID_0002\\6&1AA1B311&0&0000";
 
 // The bytes of tests/data/<name>.hex.
 Bytes LoadDescriptor(const std::string& name);
@@ -28,16 +28,12 @@ Bytes LoadDescriptor(const std::string& name);
 // a 100 ms report interval and `description` as UTF-16 in `chars` characters.
 Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars);
 
-// Sensor object classes used by the tests: the real ones, recording the
-// input reports routed to them.
-const SensorFactory& RecordingFactory();
-
 namespace hs = host::hid::sensor;
 using host::hidsim::HidDeviceConfig;
 using host::hidsim::TrafficKind;
 
-// An accelerometer with `axes` 16-bit inputs (0x453...) and, if asked, a report interval feature.
-hs::SensorSpec Accelerometer(int axes = 1, bool withFeature = false);
+// An accelerometer with `axes` 16-bit inputs (0x453...).
+hs::SensorSpec Accelerometer(int axes = 1);
 // A custom sensor with 16-character descriptions and `values` 16-bit values:
 // input reports of 3 + 2 * values bytes.
 hs::SensorSpec Custom(int values = 2);
@@ -50,33 +46,34 @@ std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traff
 class DriverTestBed {
 public:
     explicit DriverTestBed(const host::hidsim::HidDeviceConfig& config,
-                           const SensorFactory* factory = &RecordingFactory(),
+                           const SensorFactory* factory = &kRecordingFactory,
                            host::framework::ClockMode mode = host::framework::ClockMode::Deterministic);
     ~DriverTestBed();
 
-    bool Ready() const { return sim_ != nullptr; }
     // Loads the module and adds the device (once), then prepare-hardware.
     NTSTATUS Load();
-    NTSTATUS Prepare();
+    NTSTATUS Prepare()
+    {
+        const NTSTATUS status = Load();
+        return NT_SUCCESS(status) ? host_->PrepareHardware() : status;
+    }
     NTSTATUS Start() { return host_->D0Entry(); }
     NTSTATUS Stop() { return host_->D0Exit(); }
-    NTSTATUS Release() { return host_->ReleaseHardware(); }
     // Unloads and returns what was left behind ("" when nothing). A bed
     // destroyed while loaded checks this itself.
     std::string UnloadAndCollectLeaks();
 
-    HidDevice* Hid() const;
-    HidSensor* Sensor(ULONG index) const;
+    HidDevice* Hid() const { return HidDeviceOf(host_->Device()); }
+    HidSensor* Sensor(ULONG index) const { return Hid() != nullptr ? Hid()->Sensor(index) : nullptr; }
     host::hidsim::SimulatedHidDevice& Sim() { return *sim_; }
     // The endpoint the device is added on.
     EndpointShim& Shim() { return *shim_; }
     host::framework::DriverHost& Host() { return *host_; }
     host::tracing::MemoryTraceSink& Trace() { return *sink_; }
-    // The bed's session starts at level 5 with every class (0x3D).
-    void EnableTracing(UCHAR level, ULONG flags);
-    void DisableTracing();
+    // Starts at level 5 with every class (0x3D).
+    host::tracing::TraceSession& Session() { return *session_; }
     // One completed read carrying `bytes`, run to the end.
-    void Feed(const Bytes& bytes);
+    void Feed(const Bytes& bytes) { sim_->FeedInput(bytes), host_->RunPending(); }
     bool ReadPending() { return sim_->DriverCollection().HasPendingRead(); }
     std::vector<host::hidsim::TrafficEvent> Traffic() const { return sim_->Traffic(); }
 

@@ -7,7 +7,6 @@
 #include "host/common/fault_injection.h"
 #include "sensors/custom_sensor.h"
 #include "tests/driver/driver_test_bed.h"
-#include "tests/driver/test_driver_module.h"
 
 namespace testdriver {
 namespace {
@@ -27,6 +26,7 @@ std::uint64_t CallsDuringPrepare(FaultPoint point)
 struct SweepResult {
     std::set<NTSTATUS> statuses;
     int skippedSensors = 0;
+    int unopenedIoctlTargets = 0;
 };
 
 // Fails the n-th call of `point` during prepare-hardware and checks what is left.
@@ -40,17 +40,19 @@ void FailOnce(FaultPoint point, std::uint64_t n, NTSTATUS injected, SweepResult&
 
     const ModuleState& module = Module();
     HidDevice* hid = bed.Hid();
-    if (hid == nullptr) {
-        EXPECT_TRUE(module.hidDeviceCreationFailed);
-    } else {
+    if (hid != nullptr) {
         const NTSTATUS status = module.enumerateStatus;
         result.statuses.insert(status);
-        // An IOCTL target that could not be opened answers nothing: no sensor.
+        // An IOCTL target that could not be opened answers nothing: no sensor, no traffic.
         const bool unopenedIoctlTarget = !NT_SUCCESS(module.openStatus) && hid->IsOpen();
         EXPECT_TRUE(status == STATUS_NOT_IMPLEMENTED || status == STATUS_NO_MEMORY ||
                     status == STATUS_UNSUCCESSFUL || status == injected ||
                     (status == STATUS_SUCCESS && unopenedIoctlTarget && hid->SensorCount() == 0))
             << std::hex << status;
+        if (unopenedIoctlTarget) {
+            ++result.unopenedIoctlTargets;
+            EXPECT_TRUE(bed.Traffic().empty());
+        }
         // The sensors that exist keep the index of their collection.
         ULONG previous = 0;
         for (ULONG i = 0; i < hid->SensorCount(); ++i) {
@@ -80,12 +82,14 @@ TEST(FaultSweep, EveryDriverHeapFailureOfDiscovery)
 
 TEST(FaultSweep, EveryFrameworkFailureOfDiscovery)
 {
-    for (FaultPoint point : {FaultPoint::RequestCreate, FaultPoint::FrameworkMemory, FaultPoint::IoTargetCreate}) {
+    for (FaultPoint point : {FaultPoint::RequestCreate, FaultPoint::FrameworkMemory, FaultPoint::IoTargetCreate,
+                             FaultPoint::IoTargetOpen}) {
         const std::uint64_t calls = CallsDuringPrepare(point);
         ASSERT_GT(calls, 0u) << host::FaultPointName(point);
         SweepResult result;
         for (std::uint64_t n = 1; n <= calls; ++n)
             FailOnce(point, n, STATUS_INSUFFICIENT_RESOURCES, result);
+        EXPECT_TRUE(point != FaultPoint::IoTargetOpen || result.unopenedIoctlTargets > 0);
     }
 }
 

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "tests/driver/driver_test_bed.h"
-#include "tests/driver/recording_sensors.h"
 
 namespace testdriver {
 namespace {
@@ -15,16 +14,22 @@ namespace {
 TEST(ReaderConcurrency, PowerCyclesWhileReportsStreamIn)
 {
     DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer({Custom(1), Custom(1)})),
-                      &RecordingFactory(), host::framework::ClockMode::RealTime);
+                      &kRecordingFactory, host::framework::ClockMode::RealTime);
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     ASSERT_EQ(bed.Start(), STATUS_SUCCESS);
 
     std::atomic<bool> feeding{true};
+    std::atomic<int> fed{0};
     std::thread feeder([&] {
         const Bytes read = {1, 1, 1, 1, 1, 2, 2, 2, 2, 2};
-        for (int i = 0; i < 4000 && feeding.load(); ++i)
+        for (int i = 0; i < 4000 && feeding.load(); ++i) {
             bed.Sim().FeedInput(read);
+            fed.fetch_add(1);
+        }
     });
+    // The power cycles must overlap the feeding, however late the thread starts.
+    while (fed.load() == 0)
+        std::this_thread::yield();
     for (int cycle = 0; cycle < 40; ++cycle) {
         ASSERT_EQ(bed.Stop(), STATUS_SUCCESS);
         bed.Host().RunPending();

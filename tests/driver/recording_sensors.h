@@ -1,6 +1,5 @@
-// Test-only sensor classes: each real class, plus a record of the input
-// reports routed to it. A factory built on them lets discovery create objects
-// of the right classes that tests can observe.
+// Test-only sensor classes: the real placeholder and custom classes, plus a
+// record of the input reports routed to them. Other classes are the driver's.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "activity/activity_sensor.h"
 #include "hid/sensor_factory.h"
-#include "orientation/relative_orientation_sensor.h"
-#include "orientation/simple_device_orientation_sensor.h"
-#include "pedometer/pedometer_sensor.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/hid_sensor.h"
 
@@ -28,7 +23,11 @@ struct RoutedReport {
 // Every ProcessInputReport call of every recording sensor, in call order.
 class RoutingLog {
 public:
-    static RoutingLog& Instance();
+    static RoutingLog& Instance()
+    {
+        static RoutingLog log;
+        return log;
+    }
     void Add(RoutedReport report) { std::lock_guard lock(mutex_); reports_.push_back(std::move(report)); }
     std::vector<RoutedReport> Take() { std::lock_guard lock(mutex_); return std::exchange(reports_, {}); }
     void Clear() { std::lock_guard lock(mutex_); reports_.clear(); nextResult_ = STATUS_SUCCESS; }
@@ -65,7 +64,15 @@ inline bool IsPlainCustomSensor(const HidSensor* sensor)
 class RecordingSensorFactory final : public SensorFactory {
 public:
     NTSTATUS Create(SensorClass sensorClass, const SensorConstructionArgs& args,
-                    HidSensor** sensor) const noexcept override;
+                    HidSensor** sensor) const noexcept override
+    {
+        if (sensorClass == SensorClass::Placeholder)
+            return CreateSensorObject<Recording<HidSensor>>(args, sensor);
+        if (sensorClass == SensorClass::Custom)
+            return CreateSensorObject<Recording<CustomSensor>>(args, sensor);
+        return SensorFactory::Default().Create(sensorClass, args, sensor);
+    }
 };
+inline const RecordingSensorFactory kRecordingFactory;
 
 }  // namespace testdriver

@@ -6,12 +6,8 @@ namespace {
 
 struct TestDeviceContext {
     HidDevice* hidDevice;
-    ULONG isPrepared;
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(TestDeviceContext, GetTestDeviceContext)
-
-constexpr char16_t kFriendlyName[] = u"HID Sensor Class Device";
-constexpr char16_t kDevicePath[] = u"HID\\VID_5A3C&PID_0002\\6&1AA1B311&0&0000";
 
 NTSTATUS PrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST)
 {
@@ -19,48 +15,37 @@ NTSTATUS PrepareHardware(WDFDEVICE device, WDFCMRESLIST, WDFCMRESLIST)
     if (context == nullptr)
         return STATUS_UNSUCCESSFUL;
     testdriver::ModuleState& module = testdriver::Module();
-    module.hidDeviceCreationFailed = false;
     auto* hidDevice = new (std::nothrow) HidDevice(device, module.factory);
     if (hidDevice == nullptr || !hidDevice->IsValid()) {
-        delete hidDevice;
-        module.hidDeviceCreationFailed = true;
+        delete hidDevice;  // no device: the tests see no HidDevice
         return STATUS_SUCCESS;
     }
-    context->hidDevice = hidDevice;
-    module.openStatus = hidDevice->Open(kFriendlyName, kDevicePath);
+    module.openStatus = hidDevice->Open(u"HID Sensor Class Device", testdriver::kDevicePath);
     module.enumerateStatus = hidDevice->EnumerateSensors();
-    context->isPrepared = 1;
+    context->hidDevice = hidDevice;
     return STATUS_SUCCESS;
-}
-
-// The HidDevice of a prepared device, or null.
-HidDevice* Prepared(WDFDEVICE device)
-{
-    TestDeviceContext* context = GetTestDeviceContext(device);
-    return context != nullptr && context->isPrepared == 1 ? context->hidDevice : nullptr;
 }
 
 NTSTATUS ReleaseHardware(WDFDEVICE device, WDFCMRESLIST)
 {
-    if (HidDevice* hidDevice = Prepared(device)) {
+    if (HidDevice* hidDevice = testdriver::HidDeviceOf(device)) {
         hidDevice->Close();
         delete hidDevice;
+        GetTestDeviceContext(device)->hidDevice = nullptr;
     }
-    if (TestDeviceContext* context = GetTestDeviceContext(device))
-        *context = {nullptr, 0};
     return STATUS_SUCCESS;
 }
 
 NTSTATUS D0Entry(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
 {
-    if (HidDevice* hidDevice = Prepared(device))
+    if (HidDevice* hidDevice = testdriver::HidDeviceOf(device))
         testdriver::Module().startReaderStatus = hidDevice->StartReader();
     return STATUS_SUCCESS;
 }
 
 NTSTATUS D0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE)
 {
-    if (HidDevice* hidDevice = Prepared(device))
+    if (HidDevice* hidDevice = testdriver::HidDeviceOf(device))
         hidDevice->StopReader();
     return STATUS_SUCCESS;
 }

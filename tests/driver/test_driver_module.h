@@ -9,6 +9,8 @@
 
 namespace testdriver {
 
+inline constexpr char16_t kDevicePath[] = u"HID\\VID_5A3C&PID_0002\\6&1AA1B311&0&0000";
+
 struct ModuleState {
     // Classes of the sensor objects; null: the driver's own.
     const SensorFactory* factory = nullptr;
@@ -16,8 +18,6 @@ struct ModuleState {
     NTSTATUS openStatus = STATUS_SUCCESS;
     NTSTATUS enumerateStatus = STATUS_SUCCESS;
     NTSTATUS startReaderStatus = STATUS_SUCCESS;
-    // Set when the HidDevice itself could not be created.
-    bool hidDeviceCreationFailed = false;
 };
 
 ModuleState& Module();

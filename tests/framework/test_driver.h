@@ -1,9 +1,8 @@
-// A small driver for the framework's lifecycle tests, written the way the real
-// driver uses the framework: DriverEntry, device add with two contexts, a target
-// opened by file in prepare-hardware with one synchronous IOCTL, a
-// self-re-arming read from D0 entry, a one-shot timer that re-arms itself while
-// in D0, a wait lock, framework memory and a heap block, and the teardown in D0
-// exit, release-hardware and unload. Its entry is FxDriverEntryUm.
+// A small driver for the lifecycle tests, using the framework the way the real
+// driver does: a target opened in prepare-hardware with one synchronous IOCTL,
+// a self-re-arming read and a self-re-arming timer while in D0 and a wait lock,
+// all torn down in D0 exit, release-hardware and unload. Its entry
+// is FxDriverEntryUm.
 #pragma once
 
 #include <functional>
@@ -24,7 +23,7 @@ struct TestDriverStats {
     bool unloaded = false;
 };
 
-// What the driver has seen so far: a copy taken under the lock.
+// A copy of what the driver has seen, taken under the lock.
 TestDriverStats Stats();
 void ResetStats();
 // Real-time tests: waits (bounded, not timed) until `done` holds.

@@ -21,9 +21,6 @@ FILETIME StartTime();
 struct MiniDriverConfig {
     WDF_PNPPOWER_EVENT_CALLBACKS callbacks{};
     PFN_WDF_DRIVER_UNLOAD unload = nullptr;
-    PCWDF_OBJECT_CONTEXT_TYPE_INFO deviceContext = nullptr;
-    bool createDevice = true;
-    NTSTATUS deviceAddResult = STATUS_SUCCESS;  // returned after the device is created
 };
 MiniDriverConfig& MiniDriver();
 NTSTATUS MiniDriverEntry(void* loaderInterface, void* context, PDRIVER_OBJECT driverObject,

@@ -5,45 +5,27 @@
 namespace host::hid {
 namespace {
 
-std::vector<std::uint8_t> Bytes(std::initializer_list<int> values)
+TEST(DescriptorText, AcceptsSeparatorsPrefixesRunsAndHidRecorderCaptures)
 {
-    std::vector<std::uint8_t> bytes;
-    for (int v : values) bytes.push_back(static_cast<std::uint8_t>(v));
-    return bytes;
-}
-
-TEST(DescriptorText, AcceptsSeparatorsPrefixesAndRuns)
-{
-    std::vector<std::uint8_t> bytes;
-    std::string error;
-    ASSERT_TRUE(ParseHexDescriptor("05 20,0x09 0XE1,\n\ta1\r\n01 C0", bytes, error)) << error;
-    EXPECT_EQ(bytes, Bytes({0x05, 0x20, 0x09, 0xE1, 0xA1, 0x01, 0xC0}));
-    ASSERT_TRUE(ParseHexDescriptor("052009e1 0x0A4405", bytes, error)) << error;
-    EXPECT_EQ(bytes, Bytes({0x05, 0x20, 0x09, 0xE1, 0x0A, 0x44, 0x05}));
-    ASSERT_TRUE(ParseHexDescriptor("  \n ", bytes, error));
-    EXPECT_TRUE(bytes.empty());
-}
-
-TEST(DescriptorText, ReadsAHidRecorderCapture)
-{
-    const std::string capture = "# Logitech mouse\n"
-                                "N: Logitech USB Optical Mouse\n"
-                                "I: 3 046d c077\n"
-                                "R: 7 05 01 09 02 a1 01 c0\n"
-                                "E: 0.000000 4 00 01 00 00\n";
-    std::vector<std::uint8_t> bytes;
-    std::string error;
-    ASSERT_TRUE(ParseHexDescriptor(capture, bytes, error)) << error;
-    EXPECT_EQ(bytes, Bytes({0x05, 0x01, 0x09, 0x02, 0xA1, 0x01, 0xC0}));
+    const std::pair<const char*, std::vector<std::uint8_t>> cases[] = {
+        {"05 20,0x09 0XE1,\n\ta1\r\n01 C0", {0x05, 0x20, 0x09, 0xE1, 0xA1, 0x01, 0xC0}},
+        {"052009e1 0x0A4405", {0x05, 0x20, 0x09, 0xE1, 0x0A, 0x44, 0x05}},
+        {"  \n ", {}},
+        {"# Logitech mouse\nN: Logitech USB Optical Mouse\nI: 3 046d c077\nR: 7 05 01 09 02 a1 01 c0\n"
+         "E: 0.000000 4 00 01 00 00\n",
+         {0x05, 0x01, 0x09, 0x02, 0xA1, 0x01, 0xC0}},
+    };
+    for (const auto& [text, expected] : cases) {
+        std::vector<std::uint8_t> bytes = {9};
+        std::string error;
+        ASSERT_TRUE(ParseHexDescriptor(text, bytes, error)) << text << ": " << error;
+        EXPECT_EQ(bytes, expected) << text;
+    }
 }
 
 TEST(DescriptorText, ExplainsWhatIsWrong)
 {
-    struct Case {
-        const char* text;
-        const char* error;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {  // text, error
         {"05 20 0g", "bad token '0g' at line 1, column 7"},
         {"05 20\n  xyz", "bad token 'xyz' at line 2, column 3"},
         {"05 2", "odd number of hex digits in '2' at line 1, column 4"},
@@ -55,12 +37,12 @@ TEST(DescriptorText, ExplainsWhatIsWrong)
         {"R: 1 05\nR: 1 06", "more than one R: line (line 2)"},
         {"N: name\nR: 2 05 zz", "bad token 'zz' at line 2, column 9"},
     };
-    for (const Case& c : cases) {
+    for (const auto& [text, expected] : cases) {
         std::vector<std::uint8_t> bytes = {1, 2, 3};
         std::string error;
-        EXPECT_FALSE(ParseHexDescriptor(c.text, bytes, error)) << c.text;
-        EXPECT_EQ(error, c.error) << c.text;
-        EXPECT_TRUE(bytes.empty()) << c.text;
+        EXPECT_FALSE(ParseHexDescriptor(text, bytes, error)) << text;
+        EXPECT_EQ(error, expected) << text;
+        EXPECT_TRUE(bytes.empty()) << text;
     }
 }
 

@@ -1,9 +1,7 @@
-// How items are decoded, and every reason a descriptor is refused, with the
-// offset it names.
+// Every reason a descriptor is refused, with the offset it names.
 #include <gtest/gtest.h>
 
 #include "host/hidparser/descriptor_builder.h"
-#include "host/hidparser/item_tokenizer.h"
 #include "test_support.h"
 
 namespace host::hid {
@@ -11,49 +9,6 @@ namespace {
 
 using test::Hex;
 using test::ParseFails;
-
-// Each item followed by `C0`: the first decodes as given, the second starts
-// right after it (long items included).
-TEST(ItemTokenizer, DecodesSizesTypesSignsAndLongItems)
-{
-    struct Case {
-        const char* bytes;
-        std::size_t length;
-        ItemType type;
-        std::uint8_t tag, size;
-        std::uint32_t data;
-        std::int32_t signedData;
-    };
-    const Case cases[] = {
-        {"A0", 1, ItemType::Main, 10, 0, 0, 0},
-        {"05 20", 2, ItemType::Global, 0, 1, 0x20, 0x20},
-        {"0A 08 03", 3, ItemType::Local, 0, 2, 0x0308, 0x0308},
-        {"0B 44 05 20 00", 5, ItemType::Local, 0, 4, 0x00200544, 0x00200544},
-        {"15 81", 2, ItemType::Global, 1, 1, 0x81, -127},
-        {"16 01 80", 3, ItemType::Global, 1, 2, 0x8001, -32767},
-        {"17 00 00 00 80", 5, ItemType::Global, 1, 4, 0x80000000u, INT32_MIN},
-        {"25 7F", 2, ItemType::Global, 2, 1, 0x7F, 127},
-        {"FE 02 F1 AA BB", 5, ItemType::Reserved, 0xF1, 2, 0, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        const std::vector<std::uint8_t> bytes = Hex(std::string(c.bytes) + " C0");
-        ItemTokenizer tokenizer(bytes);
-        Item item;
-        ParseError error;
-        ASSERT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::Item);
-        EXPECT_EQ(item.offset, 0u);
-        EXPECT_EQ(item.type, c.type);
-        EXPECT_EQ(item.tag, c.tag);
-        EXPECT_EQ(item.size, c.size);
-        EXPECT_EQ(item.isLong, c.type == ItemType::Reserved);
-        EXPECT_EQ(item.data, c.data);
-        EXPECT_EQ(item.Signed(), c.signedData);
-        ASSERT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::Item);
-        EXPECT_EQ(item.offset, c.length);
-        EXPECT_EQ(tokenizer.Next(item, error), ItemTokenizer::Result::End);
-    }
-}
 
 struct Rejection {
     const char* name;
@@ -133,61 +88,68 @@ const Rejection kRejections[] = {
 INSTANTIATE_TEST_SUITE_P(Parser, MalformedDescriptor, testing::ValuesIn(kRejections),
                          [](const testing::TestParamInfo<Rejection>& param) { return param.param.name; });
 
-std::vector<std::uint8_t> Nested(std::size_t depth)
-{
-    DescriptorBuilder b;
-    b.UsagePage(0x20).Usage(0x01);
-    for (std::size_t i = 0; i < depth; ++i) b.Collection(CollectionType::Logical);
-    for (std::size_t i = 0; i < depth; ++i) b.EndCollection();
-    return b.Build();
-}
+// Limits that take a long descriptor to reach; each builder returns the
+// descriptor and the offset of the item that crosses the limit.
+struct LimitCase {
+    const char* reason;
+    std::pair<std::vector<std::uint8_t>, std::size_t> (*build)(std::size_t count);
+    std::size_t allowed;
+};
 
-TEST(MalformedDescriptorLimits, NestingDeeperThan32IsRefusedAtThe33rdCollection)
-{
-    test::ParseOk(Nested(32));
-    const ParseError error = ParseFails(Nested(33));
-    EXPECT_EQ(error.offset, 4u + 32u * 2);  // 05 20 09 01, then A1 02 per Collection
-    EXPECT_EQ(error.reason, "collections nested deeper than 32");
-}
+const LimitCase kLimits[] = {
+    {"collections nested deeper than 32",
+     [](std::size_t depth) {
+         DescriptorBuilder b;
+         b.UsagePage(0x20).Usage(0x01);
+         for (std::size_t i = 0; i < depth; ++i) b.Collection(CollectionType::Logical);
+         const std::size_t last = b.Bytes().size() - 2;
+         for (std::size_t i = 0; i < depth; ++i) b.EndCollection();
+         return std::pair(b.Build(), last);
+     },
+     32},
+    {"more than 1024 usages before one main item",
+     [](std::size_t usages) {
+         DescriptorBuilder b;
+         b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
+         for (std::size_t i = 0; i < usages; ++i) b.Usage(0x01);
+         const std::size_t last = b.Bytes().size() - 2;
+         b.Input(main_item::kDataVarAbs).EndCollection();
+         return std::pair(b.Build(), last);
+     },
+     1024},
+    {"too many usages: more than 16384 capabilities",
+     [](std::size_t fields) {
+         DescriptorBuilder b;
+         b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
+         std::size_t last = 0;
+         for (std::size_t i = 0; i < fields; ++i) {
+             last = b.Usage(0x01).Bytes().size();
+             b.Input(main_item::kDataVarAbs);
+         }
+         return std::pair(b.EndCollection().Build(), last);
+     },
+     16384},
+    {"more than 16384 collections",
+     [](std::size_t collections) {
+         DescriptorBuilder b;
+         b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
+         for (std::size_t i = 1; i < collections; ++i) b.Collection(CollectionType::Logical).EndCollection();
+         const std::size_t last = b.Bytes().size() - 3;
+         return std::pair(b.EndCollection().Build(), last);
+     },
+     16384},
+};
 
-TEST(MalformedDescriptorLimits, MoreThan1024UsagesBeforeOneMainItem)
+TEST(MalformedDescriptorLimits, OneMoreThanTheLimitIsRefusedWhereItIsCrossed)
 {
-    DescriptorBuilder b;
-    b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
-    const std::size_t firstUsage = b.Bytes().size();
-    for (int i = 0; i < 1025; ++i) b.Usage(0x01);
-    b.Input(main_item::kDataVarAbs).EndCollection();
-    const ParseError error = ParseFails(b.Build());
-    EXPECT_EQ(error.offset, firstUsage + 1024 * 2);
-    EXPECT_EQ(error.reason, "more than 1024 usages before one main item");
-}
-
-TEST(MalformedDescriptorLimits, MoreThan16384CapabilitiesInOneDescriptor)
-{
-    DescriptorBuilder b;
-    b.UsagePage(0x09).Usage(0x01).Collection(CollectionType::Application).ReportSize(1).ReportCount(1);
-    std::size_t lastMainItem = 0;
-    for (int i = 0; i < 16385; ++i) {
-        b.Usage(0x01);
-        lastMainItem = b.Bytes().size();
-        b.Input(main_item::kDataVarAbs);
+    for (const LimitCase& c : kLimits) {
+        SCOPED_TRACE(c.reason);
+        test::ParseOk(c.build(c.allowed).first);
+        const auto [descriptor, offset] = c.build(c.allowed + 1);
+        const ParseError error = ParseFails(descriptor);
+        EXPECT_EQ(error.offset, offset);
+        EXPECT_EQ(error.reason, c.reason);
     }
-    b.EndCollection();
-    const ParseError error = ParseFails(b.Build());
-    EXPECT_EQ(error.offset, lastMainItem);
-    EXPECT_EQ(error.reason, "too many usages: more than 16384 capabilities");
-}
-
-TEST(MalformedDescriptorLimits, MoreThan16384Collections)
-{
-    DescriptorBuilder b;
-    b.UsagePage(0x20).Usage(0x01).Collection(CollectionType::Application);
-    for (int i = 0; i < 16383; ++i) b.Collection(CollectionType::Logical).EndCollection();
-    const std::size_t offending = b.Bytes().size();
-    b.Collection(CollectionType::Logical).EndCollection().EndCollection();
-    const ParseError error = ParseFails(b.Build());
-    EXPECT_EQ(error.offset, offending);
-    EXPECT_EQ(error.reason, "more than 16384 collections");
 }
 
 TEST(MalformedDescriptorLimits, ReportOfExactly4096BytesIsAcceptedAndAFailedParseLeavesNoBlobs)

@@ -25,29 +25,22 @@ std::vector<std::pair<NTSTATUS, ULONG>> HotCalls(PHIDP_PREPARSED_DATA pp)
         out.emplace_back(status, value);
     }
     for (USHORT link = 0; link < 7; ++link) {
-        USAGE usages[8] = {};
-        ULONG length = 8;
-        NTSTATUS status = HidP_GetUsages(HidP_Feature, 0x20, link, usages, &length, pp, feature.data(), 15);
-        out.emplace_back(status, status == HIDP_STATUS_SUCCESS ? usages[0] + (length << 16) : 0);
-        length = 8;
-        status = HidP_GetUsages(HidP_Input, 0x20, link, usages, &length, pp, input.data(), 10);
-        out.emplace_back(status, status == HIDP_STATUS_SUCCESS ? usages[0] + (length << 16) : 0);
+        for (auto [type, report] : {std::pair(HidP_Feature, &feature), std::pair(HidP_Input, &input)}) {
+            USAGE usages[8] = {};
+            ULONG length = 8;
+            const NTSTATUS status = HidP_GetUsages(type, 0x20, link, usages, &length, pp, report->data(),
+                                                   static_cast<ULONG>(report->size()));
+            out.emplace_back(status, status == HIDP_STATUS_SUCCESS ? usages[0] + (length << 16) : 0);
+        }
     }
+    char array[4];
+    const NTSTATUS notArray = HidP_GetUsageValueArray(HidP_Input, 0x20, 0, 0x453, array, 4, pp, input.data(), 10);
+    out.emplace_back(notArray, 0);
     const NTSTATUS set = HidP_SetUsageValue(HidP_Feature, 0x20, 0, 0x30E, 0x12345678, pp, feature.data(), 15);
     ULONG written = 0;
     std::memcpy(&written, feature.data() + 5, 4);
     out.emplace_back(set, written);
     return out;
-}
-
-TEST(PreparsedBlob, HeaderStatesItsOwnSize)
-{
-    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
-    preparsed::Header header;
-    std::memcpy(&header, blob.data(), sizeof header);
-    EXPECT_EQ(header.magic, preparsed::kMagic);
-    EXPECT_EQ(header.version, preparsed::kVersion);
-    EXPECT_EQ(header.totalSize, blob.size());
 }
 
 TEST(PreparsedBlob, WorksAtAnyAddress)
@@ -82,14 +75,6 @@ TEST(PreparsedBlob, TruncatedCopyIsRefusedByEveryCall)
     }
 }
 
-TEST(PreparsedBlob, DescriptorBytesAreNotPreparsedData)
-{
-    std::vector<std::uint8_t> descriptor = LoadDescriptor("hutrr39-cus4");
-    HIDP_CAPS caps;
-    EXPECT_EQ(HidP_GetCaps(reinterpret_cast<PHIDP_PREPARSED_DATA>(descriptor.data()), &caps),
-              HIDP_STATUS_INVALID_PREPARSED_DATA);
-}
-
 // Flip every byte of the blob, three ways: the copying calls always refuse;
 // the hot calls refuse or answer exactly as before.
 TEST(PreparsedBlob, EveryFlippedByteIsCaughtOrHarmless)
@@ -104,11 +89,8 @@ TEST(PreparsedBlob, EveryFlippedByteIsCaughtOrHarmless)
             PHIDP_PREPARSED_DATA pp = Preparsed(damaged);
             HIDP_CAPS caps;
             ASSERT_EQ(HidP_GetCaps(pp, &caps), HIDP_STATUS_INVALID_PREPARSED_DATA) << "byte " << i;
-            HIDP_VALUE_CAPS values[8];
-            USHORT length = 8;
-            ASSERT_EQ(HidP_GetValueCaps(HidP_Input, values, &length, pp), HIDP_STATUS_INVALID_PREPARSED_DATA);
             HIDP_BUTTON_CAPS buttons[32];
-            length = 32;
+            USHORT length = 32;
             ASSERT_EQ(HidP_GetButtonCaps(HidP_Feature, buttons, &length, pp), HIDP_STATUS_INVALID_PREPARSED_DATA);
             HIDP_LINK_COLLECTION_NODE nodes[8];
             ULONG nodeCount = 8;
@@ -129,21 +111,13 @@ TEST(PreparsedBlob, EveryFlippedByteIsCaughtOrHarmless)
 
 TEST(PreparsedBlob, RandomDamageNeverCrashes)
 {
-    PreparsedBlob blob = ParseSingle(LoadDescriptor("android-headtracker-v2-le"));
+    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
     std::mt19937 random(12345);
-    std::vector<CHAR> input(14, 0);
-    input[0] = 1;
     for (int round = 0; round < 2000; ++round) {
         PreparsedBlob damaged = blob;
         const int changes = 1 + static_cast<int>(random() % 16);
         for (int c = 0; c < changes; ++c) damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
-        ULONG value = 0;
-        (void)HidP_GetUsageValue(HidP_Input, 0x20, 0, 0x546, &value, Preparsed(damaged), input.data(), 14);
-        char array[16];
-        (void)HidP_GetUsageValueArray(HidP_Input, 0x20, 0, 0x544, array, 16, Preparsed(damaged), input.data(), 14);
-        USAGE usages[8];
-        ULONG length = 8;
-        (void)HidP_GetUsages(HidP_Feature, 0x20, 0, usages, &length, Preparsed(damaged), input.data(), 14);
+        (void)HotCalls(Preparsed(damaged));
     }
 }
 
@@ -154,28 +128,26 @@ TEST(PreparsedBlob, HeaderWithValidChecksButImpossibleLayoutIsRefused)
 {
     PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
     const auto reference = HotCalls(Preparsed(blob));
-    auto rewrite = [&](auto change) {
-        PreparsedBlob copy = blob;
+    void (*const changes[])(preparsed::Header&) = {
+        [](preparsed::Header& h) { h.valueCapCount[HidP_Input] = 0xFFFF; },
+        [](preparsed::Header& h) { h.buttonCapCount[HidP_Feature] = 0xFFFF; },
+        [](preparsed::Header& h) { h.nodeCount = 0xFFFF; },
+        [](preparsed::Header& h) { h.hashBits[HidP_Input] = 40; },
+        [](preparsed::Header& h) { h.hashBits[HidP_Input] = 17; },
+        [](preparsed::Header& h) { h.totalSize += 8; },
+        [](preparsed::Header& h) { h.totalSize = 0xFFFFFFF0; },
+    };
+    for (auto change : changes) {
+        PreparsedBlob bad = blob;
         preparsed::Header header;
-        std::memcpy(&header, copy.data(), sizeof header);
+        std::memcpy(&header, bad.data(), sizeof header);
         change(header);
-        std::memcpy(copy.data(), &header, sizeof header);
-        header.hotCheck = preparsed::HotCheckOf(copy.data());
-        std::memcpy(copy.data(), &header, sizeof header);
-        const preparsed::HeaderCheck check = preparsed::CheckHeader(copy.data());
-        std::memcpy(copy.data() + preparsed::kHeaderCheckOffset, &check, sizeof check);
-        return copy;
-    };
-    std::vector<PreparsedBlob> forged = {
-        rewrite([](preparsed::Header& h) { h.valueCapCount[HidP_Input] = 0xFFFF; }),
-        rewrite([](preparsed::Header& h) { h.buttonCapCount[HidP_Feature] = 0xFFFF; }),
-        rewrite([](preparsed::Header& h) { h.nodeCount = 0xFFFF; }),
-        rewrite([](preparsed::Header& h) { h.hashBits[HidP_Input] = 40; }),
-        rewrite([](preparsed::Header& h) { h.hashBits[HidP_Input] = 17; }),
-        rewrite([](preparsed::Header& h) { h.totalSize += 8; }),
-        rewrite([](preparsed::Header& h) { h.totalSize = 0xFFFFFFF0; }),
-    };
-    for (PreparsedBlob& bad : forged) {
+        std::memcpy(bad.data(), &header, sizeof header);
+        header.hotCheck = preparsed::HotCheckOf(bad.data());
+        std::memcpy(bad.data(), &header, sizeof header);
+        const preparsed::HeaderCheck check = preparsed::CheckHeader(bad.data());
+        std::memcpy(bad.data() + preparsed::kHeaderCheckOffset, &check, sizeof check);
+
         HIDP_CAPS caps;
         EXPECT_EQ(HidP_GetCaps(Preparsed(bad), &caps), HIDP_STATUS_INVALID_PREPARSED_DATA);
         const auto answers = HotCalls(Preparsed(bad));

@@ -2,6 +2,7 @@
 // field the driver relies on.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <tuple>
@@ -20,8 +21,7 @@ void ExpectNodes(PreparsedBlob& blob, const std::vector<NodeRow>& expected)
 {
     std::vector<NodeRow> rows;
     for (const auto& n : Nodes(blob)) {
-        EXPECT_EQ(n.LinkUsagePage, 0x20);
-        EXPECT_EQ(n.UserContext, nullptr);
+        EXPECT_EQ(std::tuple(n.LinkUsagePage, n.UserContext), std::tuple(0x20, nullptr));
         rows.emplace_back(n.LinkUsage, n.Parent, n.NumberOfChildren, n.FirstChild, n.NextSibling, n.CollectionType);
     }
     EXPECT_EQ(rows, expected);
@@ -56,94 +56,20 @@ void ExpectButtons(const std::vector<HIDP_BUTTON_CAPS>& caps, const std::vector<
     EXPECT_EQ(rows, expected);
 }
 
-// Selector caps of one named array: consecutive usages in one link collection.
-void AppendSelectors(std::vector<ButtonRow>& out, UCHAR reportId, USAGE first, int count, USHORT link,
-                     USHORT& dataIndex)
-{
-    for (int i = 0; i < count; ++i) out.emplace_back(reportId, static_cast<USAGE>(first + i), link, 1, dataIndex++);
-}
-
-TEST(RealDescriptors, Hutrr39Accelerometer)
-{
-    PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-accel3"));
-    const HIDP_CAPS caps = Caps(blob);
-    EXPECT_EQ(caps.UsagePage, 0x20);
-    EXPECT_EQ(caps.Usage, 0x73);
-    EXPECT_EQ(caps.InputReportByteLength, 10);  // 1 + state + event + 3 x 16 bits + shake
-    EXPECT_EQ(caps.OutputReportByteLength, 0);
-    EXPECT_EQ(caps.FeatureReportByteLength, 15);  // 1 + 4 selectors + 32-bit interval + 3 x 16 bits
-    EXPECT_EQ(caps.NumberLinkCollectionNodes, 7);
-    EXPECT_EQ(caps.NumberInputButtonCaps, 13);
-    EXPECT_EQ(caps.NumberInputValueCaps, 4);
-    EXPECT_EQ(caps.NumberInputDataIndices, 17);
-    EXPECT_EQ(caps.NumberFeatureButtonCaps, 22);
-    EXPECT_EQ(caps.NumberFeatureValueCaps, 4);
-    EXPECT_EQ(caps.NumberFeatureDataIndices, 26);
-    EXPECT_EQ(caps.NumberOutputButtonCaps + caps.NumberOutputValueCaps + caps.NumberOutputDataIndices, 0);
-
-    // Children are added to the front of the sibling chain: FirstChild is the
-    // last one, NextSibling leads back to the first.
-    ExpectNodes(blob, {
-                          {0x073, 0, 6, 6, 0, HIDP_COLLECTION_PHYSICAL},
-                          {0x309, 0, 0, 0, 0, HIDP_COLLECTION_LOGICAL},
-                          {0x316, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL},
-                          {0x319, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL},
-                          {0x201, 0, 0, 0, 3, HIDP_COLLECTION_LOGICAL},
-                          {0x201, 0, 0, 0, 4, HIDP_COLLECTION_LOGICAL},
-                          {0x202, 0, 0, 0, 5, HIDP_COLLECTION_LOGICAL},
-                      });
-    ExpectValues(ValueCaps(blob, HidP_Feature),
-                 {
-                     {0, 0x030E, 0, 32, 1, 0, -1, 0x0, 22},
-                     {0, 0x1452, 0, 16, 1, 0, 65535, 0xE, 23},
-                     {0, 0x2452, 0, 16, 1, -32767, 32767, 0xE, 24},
-                     {0, 0x3452, 0, 16, 1, -32767, 32767, 0xE, 25},
-                 });
-    ExpectValues(ValueCaps(blob, HidP_Input),
-                 {
-                     {0, 0x0453, 0, 16, 1, -32767, 32767, 0xE, 13},
-                     {0, 0x0454, 0, 16, 1, -32767, 32767, 0xE, 14},
-                     {0, 0x0455, 0, 16, 1, -32767, 32767, 0xE, 15},
-                     {0, 0x0451, 0, 8, 1, 0, 1, 0xE, 16},
-                 });
-
-    std::vector<ButtonRow> feature;
-    USHORT index = 0;
-    AppendSelectors(feature, 0, 0x830, 3, 1, index);
-    AppendSelectors(feature, 0, 0x840, 6, 2, index);
-    AppendSelectors(feature, 0, 0x850, 6, 3, index);
-    AppendSelectors(feature, 0, 0x800, 7, 4, index);
-    ExpectButtons(ButtonCaps(blob, HidP_Feature), feature);
-    std::vector<ButtonRow> input;
-    index = 0;
-    AppendSelectors(input, 0, 0x800, 7, 5, index);
-    AppendSelectors(input, 0, 0x810, 6, 6, index);
-    ExpectButtons(ButtonCaps(blob, HidP_Input), input);
-}
-
 TEST(RealDescriptors, AndroidHeadTracker)
 {
     PreparsedBlob blob = ParseSingle(LoadDescriptor("android-headtracker-v2-le"));
-    const HIDP_CAPS caps = Caps(blob);
-    EXPECT_EQ(caps.Usage, 0xE1);
-    EXPECT_EQ(caps.InputReportByteLength, 14);    // ID 1: 3 x 16 + 3 x 16 + 8 bits
-    EXPECT_EQ(caps.FeatureReportByteLength, 42);  // ID 2: 25 + 16 bytes (ID 1 needs only 3)
-    ExpectNodes(blob, {
-                          {0x0E1, 0, 3, 3, 0, HIDP_COLLECTION_APPLICATION},
-                          {0x316, 0, 0, 0, 0, HIDP_COLLECTION_LOGICAL},
-                          {0x319, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL},
-                          {0xF410, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL},
-                      });
+    // Input, ID 1: 3 x 16 + 3 x 16 + 8 bits. Feature, ID 2: 25 + 16 bytes (ID 1 needs only 3).
+    EXPECT_EQ(std::tuple(Caps(blob).Usage, Caps(blob).InputReportByteLength, Caps(blob).FeatureReportByteLength),
+              std::tuple(0xE1, 14, 42));
+    ExpectNodes(blob, {{0x0E1, 0, 3, 3, 0, HIDP_COLLECTION_APPLICATION}, {0x316, 0, 0, 0, 0, HIDP_COLLECTION_LOGICAL},
+                       {0x319, 0, 0, 0, 1, HIDP_COLLECTION_LOGICAL}, {0xF410, 0, 0, 0, 2, HIDP_COLLECTION_LOGICAL}});
     ExpectValues(ValueCaps(blob, HidP_Feature), {
                                                     {2, 0x0308, 0, 8, 25, 0, 255, 0, 0},
                                                     {2, 0x0302, 0, 8, 16, 0, 255, 0, 1},
                                                     {1, 0x030E, 0, 6, 1, 0, 63, 0xD, 6},
                                                 });
-    const auto feature = ValueCaps(blob, HidP_Feature);
-    EXPECT_EQ(feature[0].BitField, 0x03);  // Constant, Variable
-    EXPECT_EQ(feature[2].PhysicalMin, 10);
-    EXPECT_EQ(feature[2].PhysicalMax, 100);
-    EXPECT_EQ(feature[2].Units, 0x1001u);
+    EXPECT_EQ(ValueCaps(blob, HidP_Feature)[0].BitField, 0x03);  // Constant, Variable
 
     const auto input = ValueCaps(blob, HidP_Input);
     ExpectValues(input, {
@@ -151,66 +77,53 @@ TEST(RealDescriptors, AndroidHeadTracker)
                             {1, 0x0545, 0, 16, 3, -32767, 32767, 0x0, 1},
                             {1, 0x0546, 0, 8, 1, 0, 255, 0x0, 2},
                         });
-    EXPECT_EQ(input[0].PhysicalMin, -314159264);
-    EXPECT_EQ(input[0].PhysicalMax, 314159265);
+    EXPECT_EQ(std::tuple(input[0].PhysicalMin, input[0].PhysicalMax), std::tuple(-314159264, 314159265));
 
     // 1-bit selectors are Array fields: button caps, one per selector.
-    ExpectButtons(ButtonCaps(blob, HidP_Feature), {
-                                                      {1, 0x840, 1, 1, 2},
-                                                      {1, 0x841, 1, 1, 3},
-                                                      {1, 0x855, 2, 1, 4},
-                                                      {1, 0x851, 2, 1, 5},
-                                                      {1, 0xF800, 3, 1, 7},
-                                                      {1, 0xF801, 3, 1, 8},
-                                                  });
+    ExpectButtons(ButtonCaps(blob, HidP_Feature), {{1, 0x840, 1, 1, 2},
+                                                   {1, 0x841, 1, 1, 3},
+                                                   {1, 0x855, 2, 1, 4},
+                                                   {1, 0x851, 2, 1, 5},
+                                                   {1, 0xF800, 3, 1, 7},
+                                                   {1, 0xF801, 3, 1, 8}});
 }
 
 TEST(RealDescriptors, AmdSensorFusionHubUsesReportIdOne)
 {
     PreparsedBlob blob = ParseSingle(LoadDescriptor("amd-sfh-accel3d"));
-    const HIDP_CAPS caps = Caps(blob);
-    EXPECT_EQ(caps.InputReportByteLength, 16);  // 1 + 2 selectors + 3 x 32 bits + 8 bits
-    EXPECT_EQ(caps.FeatureReportByteLength, 15);
+    // Input: 1 + 2 selectors + 3 x 32 bits + 8 bits.
+    EXPECT_EQ(std::tuple(Caps(blob).InputReportByteLength, Caps(blob).FeatureReportByteLength), std::tuple(16, 15));
     for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Feature}) {
         for (const auto& cap : ValueCaps(blob, type)) EXPECT_EQ(cap.ReportID, 1);
         for (const auto& cap : ButtonCaps(blob, type)) EXPECT_EQ(cap.ReportID, 1);
     }
     const auto input = ValueCaps(blob, HidP_Input);
     ASSERT_EQ(input.size(), 4u);
-    EXPECT_EQ(input[0].BitSize, 32);
-    EXPECT_EQ(input[0].LogicalMin, static_cast<LONG>(0x80010000u));
-    EXPECT_EQ(input[2].LogicalMax, 0x7FFFFFFF);
-    EXPECT_EQ(input[0].UnitsExp, 0xEu);
+    EXPECT_EQ(std::tuple(input[0].BitSize, input[0].LogicalMin, input[2].LogicalMax, input[0].UnitsExp),
+              std::tuple(32, static_cast<LONG>(0x80010000u), 0x7FFFFFFF, 0xEu));
 }
 
 TEST(RealDescriptors, CustomSensorWithTwentyEightValues)
 {
     PreparsedBlob blob = ParseSingle(LoadDescriptor("hutrr39-cus4"));
-    const HIDP_CAPS caps = Caps(blob);
-    EXPECT_EQ(caps.Usage, 0xE1);
-    EXPECT_EQ(caps.InputReportByteLength, 1 + 2 + 30 * 2);
+    EXPECT_EQ(std::tuple(Caps(blob).Usage, Caps(blob).InputReportByteLength), std::tuple(0xE1, 1 + 2 + 30 * 2));
     const auto input = ValueCaps(blob, HidP_Input);
     ASSERT_EQ(input.size(), 30u);
-    EXPECT_EQ(input[0].NotRange.Usage, 0x541);
-    EXPECT_EQ(input[1].NotRange.Usage, 0x542);
-    for (int k = 1; k <= 28; ++k) {
-        EXPECT_EQ(input[1 + k].NotRange.Usage, 0x543 + k);
-        EXPECT_EQ(input[1 + k].NotRange.DataIndex, 14 + k);
-    }
+    EXPECT_EQ(std::tuple(input[0].NotRange.Usage, input[1].NotRange.Usage), std::tuple(0x541, 0x542));
 
     // Each value sits right after the previous one: write all, read them back.
     std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
-    const auto length = static_cast<ULONG>(report.size());
     for (int k = 1; k <= 28; ++k) {
-        ASSERT_EQ(HidP_SetUsageValue(HidP_Input, 0x20, 0, static_cast<USAGE>(0x543 + k), 1000u * k, Preparsed(blob),
-                                     report.data(), length),
+        EXPECT_EQ(std::tuple(input[1 + k].NotRange.Usage, input[1 + k].NotRange.DataIndex),
+                  std::tuple(0x543 + k, 14 + k));
+        ASSERT_EQ(SetValue(blob, HidP_Input, 0x20, 0, static_cast<USAGE>(0x543 + k), 1000u * k, report),
                   HIDP_STATUS_SUCCESS);
     }
     for (int k = 1; k <= 28; ++k) {
         const std::size_t at = 1 + 2 + 4 + 2 * (k - 1);  // after ID, state + event, 0x541, 0x542
-        const unsigned low = static_cast<std::uint8_t>(report[at]);
-        const unsigned high = static_cast<std::uint8_t>(report[at + 1]);
-        EXPECT_EQ(low | (high << 8), 1000u * k) << "custom value " << k;
+        std::uint16_t stored = 0;
+        std::memcpy(&stored, report.data() + at, 2);  // little-endian host
+        EXPECT_EQ(stored, 1000u * k) << "custom value " << k;
     }
 }
 
@@ -228,9 +141,8 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
         for (PreparsedBlob& blob : blobs) {
             const HIDP_CAPS caps = Caps(blob);
             const auto nodes = Nodes(blob);
-            EXPECT_EQ(nodes[0].Parent, 0);
-            EXPECT_EQ(nodes[0].LinkUsage, caps.Usage);
-            EXPECT_EQ(nodes[0].LinkUsagePage, caps.UsagePage);
+            EXPECT_EQ(std::tuple(nodes[0].Parent, nodes[0].LinkUsage, nodes[0].LinkUsagePage),
+                      std::tuple(0, caps.Usage, caps.UsagePage));
             std::map<USHORT, USHORT> children;
             for (std::size_t i = 1; i < nodes.size(); ++i) {
                 EXPECT_LT(nodes[i].Parent, i);  // descriptor order: parents come first
@@ -239,6 +151,17 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
             for (std::size_t i = 0; i < nodes.size(); ++i) {
                 EXPECT_EQ(nodes[i].NumberOfChildren, children[static_cast<USHORT>(i)]);
                 EXPECT_EQ(nodes[i].IsAlias, 0u);
+                // Children are added to the front of the sibling chain: FirstChild is
+                // the last one, NextSibling leads back, in descriptor order, to the first.
+                USHORT walked = 0;
+                for (USHORT c = nodes[i].FirstChild; c != 0; c = nodes[c].NextSibling, ++walked) {
+                    ASSERT_LT(c, nodes.size());
+                    EXPECT_EQ(nodes[c].Parent, i);
+                    if (nodes[c].NextSibling != 0) {
+                        ASSERT_LT(nodes[c].NextSibling, c);
+                    }
+                }
+                EXPECT_EQ(walked, nodes[i].NumberOfChildren);
             }
 
             for (HIDP_REPORT_TYPE type : {HidP_Input, HidP_Output, HidP_Feature}) {
@@ -247,9 +170,13 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
                                        : type == HidP_Output ? caps.NumberOutputDataIndices
                                                              : caps.NumberFeatureDataIndices;
                 std::vector<int> uses(indices, 0);
-                auto claim = [&](bool isRange, const HIDP_RANGE& range) {
-                    const USHORT last = isRange ? range.DataIndexMax : range.DataIndexMin;
-                    for (USHORT d = range.DataIndexMin; d <= last; ++d) {
+                // Either kind of capability: its link collection, and its data indices.
+                auto check = [&](const auto& cap) {
+                    ASSERT_LT(cap.LinkCollection, nodes.size());
+                    EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
+                    EXPECT_EQ(cap.LinkUsagePage, nodes[cap.LinkCollection].LinkUsagePage);
+                    const USHORT last = cap.IsRange ? cap.Range.DataIndexMax : cap.Range.DataIndexMin;
+                    for (USHORT d = cap.Range.DataIndexMin; d <= last; ++d) {
                         ASSERT_LT(d, indices);
                         ++uses[d];
                     }
@@ -262,17 +189,9 @@ TEST(RealDescriptors, ConsistentCapabilitiesForEveryDescriptor)
                     EXPECT_GE(cap.BitSize, 1);
                     EXPECT_LE(cap.BitSize, 32);
                     EXPECT_GE(cap.ReportCount, 1);
-                    ASSERT_LT(cap.LinkCollection, nodes.size());
-                    EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
-                    EXPECT_EQ(cap.LinkUsagePage, nodes[cap.LinkCollection].LinkUsagePage);
-                    claim(cap.IsRange, cap.Range);
+                    check(cap);
                 }
-                for (const auto& cap : ButtonCaps(blob, type)) {
-                    ASSERT_LT(cap.LinkCollection, nodes.size());
-                    EXPECT_EQ(cap.LinkUsage, nodes[cap.LinkCollection].LinkUsage);
-                    EXPECT_EQ(cap.LinkUsagePage, nodes[cap.LinkCollection].LinkUsagePage);
-                    claim(cap.IsRange, cap.Range);
-                }
+                for (const auto& cap : ButtonCaps(blob, type)) check(cap);
                 for (int count : uses) EXPECT_EQ(count, 1);
             }
         }

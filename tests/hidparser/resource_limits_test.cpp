@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "host/hidparser/descriptor_builder.h"
 #include "test_support.h"
@@ -90,14 +91,9 @@ std::vector<std::uint8_t> ManyValueFields(std::size_t bytes)
     DescriptorBuilder b;
     b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application);
     b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(1).ReportId(1);
-    std::uint32_t id = 1;
-    std::size_t inReport = 0;
-    while (b.Bytes().size() + 8 < bytes) {
-        if (++inReport == 4000) {
-            b.ReportId(++id);
-            inReport = 0;
-        }
-        b.Usage(static_cast<std::uint16_t>(0x400 + inReport)).Input(main_item::kDataVarAbs);
+    for (std::uint32_t field = 1; b.Bytes().size() + 8 < bytes; ++field) {
+        if (field % 4000 == 0) b.ReportId(1 + field / 4000);
+        b.Usage(static_cast<std::uint16_t>(0x400 + field % 4000)).Input(main_item::kDataVarAbs);
     }
     b.EndCollection();
     return b.Build();
@@ -158,23 +154,20 @@ TEST(ResourceLimits, SixtyFourKiBDescriptorsStayWithinAFewMiB)
 
 TEST(ResourceLimits, HugeUsageRangeIsNeverExpanded)
 {
-    // 23 bytes: usages 0..0xFFFF over 32760 one-bit buttons.
+    // 23 bytes: usages 0..0xFFFF over 32760 one-bit buttons; an array of
+    // 0..0xFFFE: 65535 data indices, still one capability.
     const auto buttons = Hex("05 09 09 01 A1 01 19 00 2A FF FF 15 00 25 01 75 01 96 F8 7F 81 02 C0");
-    Cost cost = MeasureParse(buttons);
-    ASSERT_TRUE(cost.parsed);
-    EXPECT_LT(cost.peakHeap, 64 * 1024);
+    const auto array = Hex("05 07 09 06 A1 01 19 00 2A FE FF 15 00 26 FE FF 75 10 95 01 81 00 C0");
+    for (const auto& descriptor : {buttons, array}) {
+        const Cost cost = MeasureParse(descriptor);
+        ASSERT_TRUE(cost.parsed);
+        EXPECT_LT(cost.peakHeap, 64 * 1024);
+    }
     PreparsedBlob blob = ParseSingle(buttons);
     const auto caps = ButtonCaps(blob, HidP_Input);
     ASSERT_EQ(caps.size(), 1u);
-    EXPECT_EQ(caps[0].ReportCount, 32760);
-    EXPECT_EQ(caps[0].Range.UsageMax, 0xFFFF);
-    EXPECT_EQ(Caps(blob).InputReportByteLength, 4096);
-
-    // An array of 0..0xFFFE: 65535 data indices, still one capability.
-    const auto array = Hex("05 07 09 06 A1 01 19 00 2A FE FF 15 00 26 FE FF 75 10 95 01 81 00 C0");
-    cost = MeasureParse(array);
-    ASSERT_TRUE(cost.parsed);
-    EXPECT_LT(cost.peakHeap, 64 * 1024);
+    EXPECT_EQ(std::tuple(caps[0].ReportCount, caps[0].Range.UsageMax, Caps(blob).InputReportByteLength),
+              std::tuple(32760, 0xFFFF, 4096));
     PreparsedBlob arrayBlob = ParseSingle(array);
     EXPECT_EQ(Caps(arrayBlob).NumberInputDataIndices, 0xFFFF);
 

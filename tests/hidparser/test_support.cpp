@@ -69,41 +69,48 @@ std::vector<HIDP_LINK_COLLECTION_NODE> Nodes(PreparsedBlob& blob)
 
 namespace {
 
-USHORT ReportLength(const HIDP_CAPS& caps, HIDP_REPORT_TYPE type)
+// A size query first: a null list of length 0 gives the count.
+template <typename Cap>
+std::vector<Cap> CapList(PreparsedBlob& blob, HIDP_REPORT_TYPE type,
+                         NTSTATUS (*get)(HIDP_REPORT_TYPE, Cap*, USHORT*, PHIDP_PREPARSED_DATA))
 {
-    switch (type) {
-    case HidP_Input: return caps.InputReportByteLength;
-    case HidP_Output: return caps.OutputReportByteLength;
-    default: return caps.FeatureReportByteLength;
-    }
+    USHORT length = 0;
+    get(type, nullptr, &length, Preparsed(blob));
+    std::vector<Cap> caps(length);
+    EXPECT_EQ(get(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(length, caps.size());
+    return caps;
+}
+
+NTSTATUS ChangeUsages(decltype(&HidP_SetUsages) change, PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page,
+                      USHORT link, std::vector<USAGE>& usages, std::vector<CHAR>& report, ULONG* done)
+{
+    ULONG length = static_cast<ULONG>(usages.size());
+    const NTSTATUS status = change(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
+                                   static_cast<ULONG>(report.size()));
+    if (done != nullptr) *done = length;
+    return status;
 }
 
 }  // namespace
 
-// A size query first: a null list of length 0 gives the count.
 std::vector<HIDP_VALUE_CAPS> ValueCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
 {
-    USHORT length = 0;
-    HidP_GetValueCaps(type, nullptr, &length, Preparsed(blob));
-    std::vector<HIDP_VALUE_CAPS> caps(length);
-    EXPECT_EQ(HidP_GetValueCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(length, caps.size());
-    return caps;
+    return CapList<HIDP_VALUE_CAPS>(blob, type, HidP_GetValueCaps);
 }
 
 std::vector<HIDP_BUTTON_CAPS> ButtonCaps(PreparsedBlob& blob, HIDP_REPORT_TYPE type)
 {
-    USHORT length = 0;
-    HidP_GetButtonCaps(type, nullptr, &length, Preparsed(blob));
-    std::vector<HIDP_BUTTON_CAPS> caps(length);
-    EXPECT_EQ(HidP_GetButtonCaps(type, caps.data(), &length, Preparsed(blob)), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(length, caps.size());
-    return caps;
+    return CapList<HIDP_BUTTON_CAPS>(blob, type, HidP_GetButtonCaps);
 }
 
 std::vector<CHAR> EmptyReport(PreparsedBlob& blob, HIDP_REPORT_TYPE type, std::uint8_t reportId)
 {
-    std::vector<CHAR> report(ReportLength(Caps(blob), type), 0);
+    const HIDP_CAPS caps = Caps(blob);
+    const USHORT length = type == HidP_Input    ? caps.InputReportByteLength
+                          : type == HidP_Output ? caps.OutputReportByteLength
+                                                : caps.FeatureReportByteLength;
+    std::vector<CHAR> report(length, 0);
     if (!report.empty()) report[0] = static_cast<CHAR>(reportId);
     return report;
 }
@@ -137,21 +144,13 @@ std::vector<USAGE> GetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE p
 NTSTATUS SetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
                    std::vector<CHAR>& report, ULONG* done)
 {
-    ULONG length = static_cast<ULONG>(usages.size());
-    const NTSTATUS status = HidP_SetUsages(type, page, link, usages.data(), &length, Preparsed(blob), report.data(),
-                                           static_cast<ULONG>(report.size()));
-    if (done != nullptr) *done = length;
-    return status;
+    return ChangeUsages(HidP_SetUsages, blob, type, page, link, usages, report, done);
 }
 
 NTSTATUS UnsetUsages(PreparsedBlob& blob, HIDP_REPORT_TYPE type, USAGE page, USHORT link, std::vector<USAGE> usages,
                      std::vector<CHAR>& report, ULONG* done)
 {
-    ULONG length = static_cast<ULONG>(usages.size());
-    const NTSTATUS status = HidP_UnsetUsages(type, page, link, usages.data(), &length, Preparsed(blob),
-                                             report.data(), static_cast<ULONG>(report.size()));
-    if (done != nullptr) *done = length;
-    return status;
+    return ChangeUsages(HidP_UnsetUsages, blob, type, page, link, usages, report, done);
 }
 
 }  // namespace host::hid::test

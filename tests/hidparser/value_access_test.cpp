@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "host/hidparser/descriptor_builder.h"
 #include "host/hidparser/sensor_descriptor.h"
@@ -19,14 +20,10 @@ using namespace test;
 // lowest free bit of the lowest byte.
 void PutBits(std::vector<CHAR>& report, std::size_t bitOffset, unsigned bitSize, std::uint64_t value)
 {
-    for (unsigned i = 0; i < bitSize; ++i) {
-        const std::size_t bit = bitOffset + i;
-        auto byte = static_cast<std::uint8_t>(report[bit / 8]);
-        if ((value >> i) & 1)
-            byte = static_cast<std::uint8_t>(byte | (1u << (bit % 8)));
-        else
-            byte = static_cast<std::uint8_t>(byte & ~(1u << (bit % 8)));
-        report[bit / 8] = static_cast<CHAR>(byte);
+    for (std::size_t bit = bitOffset; bit < bitOffset + bitSize; ++bit) {
+        const unsigned mask = 1u << (bit % 8);
+        const unsigned byte = static_cast<std::uint8_t>(report[bit / 8]);
+        report[bit / 8] = static_cast<CHAR>(((value >> (bit - bitOffset)) & 1) ? byte | mask : byte & ~mask);
     }
 }
 
@@ -51,13 +48,14 @@ TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
         for (unsigned pad : {0u, 1u, 3u, 7u, 9u, 13u}) {
             SCOPED_TRACE("bit size " + std::to_string(bitSize) + ", offset " + std::to_string(pad));
             PreparsedBlob blob = ParseSingle(FieldAt(pad, bitSize));
-            ASSERT_EQ(ValueCaps(blob, HidP_Input).size(), 2u);
             std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 9);
             const auto length = static_cast<ULONG>(report.size());
             ASSERT_EQ(length, 1 + (pad + bitSize + 8 + 7) / 8);
 
+            // The field is signed: a negative value goes in and comes back raw, cut
+            // to the field; the caller sign-extends by LogicalMin.
             const std::uint64_t mask = (std::uint64_t{1} << bitSize) - 1;
-            for (std::uint64_t pattern : {0xFFFFFFFFull, 0xA5C3E187ull, 0x12345678ull, 1ull, 0ull}) {
+            for (std::uint64_t pattern : {0xFFFFFFFFull, 0xFFFFFFFBull, 0xA5C3E187ull, 0x12345678ull, 1ull, 0ull}) {
                 const auto value = static_cast<ULONG>(pattern & mask);
                 ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x11, 0x5A, report), HIDP_STATUS_SUCCESS);
                 ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(pattern), report),
@@ -79,18 +77,6 @@ TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
     }
 }
 
-TEST(ValueAccess, SignedValuesComeBackRaw)
-{
-    // -5 in a 12-bit field is 0xFFB; the caller sign-extends by LogicalMin.
-    PreparsedBlob blob = ParseSingle(FieldAt(3, 12));
-    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 9);
-    ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, 0x10, static_cast<ULONG>(-5), report), HIDP_STATUS_SUCCESS);
-    ULONG raw = 0;
-    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x10, report, raw), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(raw, 0xFFBu);
-    EXPECT_EQ(ValueCaps(blob, HidP_Input)[0].LogicalMin, -2048);
-}
-
 TEST(ValueAccess, Utf16StringProperty)
 {
     sensor::SensorSpec sensorSpec = sensor::CustomSensor(32, {sensor::CustomValue(1)});
@@ -98,9 +84,8 @@ TEST(ValueAccess, Utf16StringProperty)
     PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(sensorSpec));
     const auto features = ValueCaps(blob, HidP_Feature);
     ASSERT_EQ(features.size(), 2u);
-    EXPECT_EQ(features[1].NotRange.Usage, sensor::kDescription);
-    EXPECT_EQ(features[1].BitSize, 16);
-    EXPECT_EQ(features[1].ReportCount, 32);
+    EXPECT_EQ(std::tuple(features[1].NotRange.Usage, features[1].BitSize, features[1].ReportCount),
+              std::tuple(sensor::kDescription, 16, 32));
 
     std::vector<CHAR> report = EmptyReport(blob, HidP_Feature, 2);
     const auto length = static_cast<ULONG>(report.size());
@@ -110,9 +95,7 @@ TEST(ValueAccess, Utf16StringProperty)
                                       64, Preparsed(blob), report.data(), length),
               HIDP_STATUS_SUCCESS);
     // Feature report: ID, reporting and power selectors, 32-bit interval, then the string.
-    EXPECT_EQ(report[7], '0');
-    EXPECT_EQ(report[8], 0);
-    EXPECT_EQ(report[9], 'x');
+    EXPECT_EQ(std::tuple(report[7], report[8], report[9]), std::tuple('0', 0, 'x'));
 
     char buffer[128];
     std::memset(buffer, 0x7E, sizeof buffer);
@@ -146,80 +129,62 @@ TEST(ValueAccess, ArraysOfUnalignedElements)
     ASSERT_EQ(report.size(), 1u + 3u);
     const auto length = static_cast<ULONG>(report.size());
 
-    // Packed source: 0x11, 0x0A, 0x1F at bits 0, 5, 10.
-    std::vector<CHAR> packed(2, 0);
-    PutBits(packed, 0, 5, 0x11);
-    PutBits(packed, 5, 5, 0x0A);
-    PutBits(packed, 10, 5, 0x1F);
+    // Packed source: 0x11, 0x0A, 0x1F at bits 0, 5, 10; in the report from bit 8 + 3.
+    std::vector<CHAR> packed(2, 0), expected(4, 0);
+    const unsigned elements[] = {0x11, 0x0A, 0x1F};
+    for (unsigned i = 0; i < 3; ++i) {
+        PutBits(packed, 5 * i, 5, elements[i]);
+        PutBits(expected, 11 + 5 * i, 5, elements[i]);
+    }
     ASSERT_EQ(
         HidP_SetUsageValueArray(HidP_Input, 0xFF00, 0, 0x20, packed.data(), 2, Preparsed(blob), report.data(), length),
         HIDP_STATUS_SUCCESS);
-    std::vector<CHAR> expected(4, 0);
-    PutBits(expected, 11, 5, 0x11);
-    PutBits(expected, 16, 5, 0x0A);
-    PutBits(expected, 21, 5, 0x1F);
     EXPECT_EQ(report, expected);
 
     std::vector<CHAR> back(2, 0x55);
     ASSERT_EQ(
         HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x20, back.data(), 2, Preparsed(blob), report.data(), length),
         HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(static_cast<std::uint8_t>(back[0]), static_cast<std::uint8_t>(packed[0]));
-    EXPECT_EQ(static_cast<std::uint8_t>(back[1]) & 0x7F, static_cast<std::uint8_t>(packed[1]));
-    EXPECT_EQ(back[1] & 0x80, 0);  // spare bits of the last byte are cleared
+    EXPECT_EQ(back, packed);  // the spare top bit of the last byte is cleared
 }
 
-TEST(ValueAccess, SeveralUsagesShareTheCount)
+// Feature: two usages, Report Count 5: one element for the first, four for the
+// last. Input: a usage range of three gives one element per usage.
+TEST(ValueAccess, HowUsagesShareTheReportCount)
 {
-    // Two usages, Report Count 5: one element for the first, four for the last.
     DescriptorBuilder b;
     b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
     b.Usage(0x30).Usage(0x31).LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(5);
-    b.Feature(main_item::kDataVarAbs).EndCollection();
+    b.Feature(main_item::kDataVarAbs);
+    b.UsageMinimum(0x40).UsageMaximum(0x42).LogicalMaximum(1000).ReportSize(16).ReportCount(3);
+    b.Input(main_item::kDataVarAbs).EndCollection();
     PreparsedBlob blob = ParseSingle(b.Build());
-    const auto caps = ValueCaps(blob, HidP_Feature);
-    ASSERT_EQ(caps.size(), 2u);
-    EXPECT_EQ(caps[0].ReportCount, 1);
-    EXPECT_EQ(caps[1].ReportCount, 4);
-    EXPECT_EQ(caps[1].NotRange.DataIndex, 1);
+    const auto feature = ValueCaps(blob, HidP_Feature);
+    ASSERT_EQ(feature.size(), 2u);
+    EXPECT_EQ(std::tuple(feature[0].ReportCount, feature[1].ReportCount, feature[1].NotRange.DataIndex),
+              std::tuple(1, 4, 1));
+    const auto input = ValueCaps(blob, HidP_Input);
+    ASSERT_EQ(input.size(), 1u);
+    EXPECT_EQ(std::tuple(input[0].IsRange, input[0].Range.UsageMin, input[0].Range.UsageMax,
+                         input[0].Range.DataIndexMin, input[0].Range.DataIndexMax, input[0].ReportCount),
+              std::tuple(1, 0x40, 0x42, 0, 2, 3));
 
     std::vector<CHAR> report = {0, 1, 2, 3, 4, 5};
-    ULONG first = 0;
-    ASSERT_EQ(GetValue(blob, HidP_Feature, 0xFF00, 0, 0x30, report, first), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(first, 1u);
+    ULONG value = 0;
+    ASSERT_EQ(GetValue(blob, HidP_Feature, 0xFF00, 0, 0x30, report, value), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(value, 1u);
     char rest[4] = {};
     ASSERT_EQ(HidP_GetUsageValueArray(HidP_Feature, 0xFF00, 0, 0x31, rest, 4, Preparsed(blob), report.data(), 6),
               HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(rest[0], 2);
-    EXPECT_EQ(rest[3], 5);
-}
+    EXPECT_EQ(std::tuple(rest[0], rest[3]), std::tuple(2, 5));
 
-TEST(ValueAccess, UsageRangeGivesOneElementPerUsage)
-{
-    DescriptorBuilder b;
-    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
-    b.UsageMinimum(0x40).UsageMaximum(0x42).LogicalMinimum(0).LogicalMaximum(1000).ReportSize(16).ReportCount(3);
-    b.Input(main_item::kDataVarAbs).EndCollection();
-    PreparsedBlob blob = ParseSingle(b.Build());
-    const auto caps = ValueCaps(blob, HidP_Input);
-    ASSERT_EQ(caps.size(), 1u);
-    EXPECT_TRUE(caps[0].IsRange);
-    EXPECT_EQ(caps[0].Range.UsageMin, 0x40);
-    EXPECT_EQ(caps[0].Range.UsageMax, 0x42);
-    EXPECT_EQ(caps[0].Range.DataIndexMin, 0);
-    EXPECT_EQ(caps[0].Range.DataIndexMax, 2);
-    EXPECT_EQ(caps[0].ReportCount, 3);
-
-    std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 0);
+    report = EmptyReport(blob, HidP_Input, 0);
     for (USAGE usage = 0x40; usage <= 0x42; ++usage)
         ASSERT_EQ(SetValue(blob, HidP_Input, 0xFF00, 0, usage, 100u + usage, report), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(static_cast<std::uint8_t>(report[1]), 100 + 0x40);
-    EXPECT_EQ(static_cast<std::uint8_t>(report[5]), 100 + 0x42);
-    ULONG value = 0;
+    EXPECT_EQ(std::tuple(std::uint8_t(report[1]), std::uint8_t(report[5])), std::tuple(100 + 0x40, 100 + 0x42));
     ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x41, report, value), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(value, 100u + 0x41);
-    char buffer[8];
-    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x41, buffer, 8, Preparsed(blob), report.data(),
+    EXPECT_EQ(HidP_GetUsageValueArray(HidP_Input, 0xFF00, 0, 0x41, rest, 4, Preparsed(blob), report.data(),
                                       static_cast<ULONG>(report.size())),
               HIDP_STATUS_NOT_VALUE_ARRAY);
     EXPECT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x43, report, value), HIDP_STATUS_USAGE_NOT_FOUND);
@@ -232,11 +197,9 @@ TEST(ValueAccess, SameUsageInSeveralReportsOfSeveralSensors)
     const sensor::SensorSpec first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
     const sensor::SensorSpec second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
     PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({first, second}));
-    const auto nodes = Nodes(blob);
-    ASSERT_EQ(nodes.size(), 1u + 2u * 5u);
     const USHORT firstSensor = 1, secondSensor = 6;
-    ASSERT_EQ(nodes[firstSensor].LinkUsage, sensor::kCustomSensor);
-    ASSERT_EQ(nodes[secondSensor].LinkUsage, sensor::kCustomSensor);
+    ASSERT_EQ(std::tuple(Nodes(blob)[firstSensor].LinkUsage, Nodes(blob)[secondSensor].LinkUsage),
+              std::tuple(sensor::kCustomSensor, sensor::kCustomSensor));
     const USAGE value1 = sensor::CustomValueUsage(1);
     const std::size_t length = Caps(blob).InputReportByteLength;
 
@@ -264,34 +227,13 @@ TEST(ValueAccess, SameUsageInSeveralReportsOfSeveralSensors)
     // Set on a zeroed report writes the field's report ID.
     std::vector<CHAR> report(length, 0);
     ASSERT_EQ(SetValue(blob, HidP_Input, 0x20, secondSensor, value1, 0x7F, report), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(report[0], 2);
-    EXPECT_EQ(report[3], 0x7F);
+    EXPECT_EQ(std::tuple(report[0], report[3]), std::tuple(2, 0x7F));
     std::fill(report.begin(), report.end(), 0);  // unspecified link: the first field in descriptor order
     ASSERT_EQ(SetValue(blob, HidP_Input, 0x20, 0, value1, 0x7F, report), HIDP_STATUS_SUCCESS);
     EXPECT_EQ(report[0], 1);
     report[0] = 2;  // byte 0 already names another report
     EXPECT_EQ(SetValue(blob, HidP_Input, 0x20, 0, sensor::CustomValueUsage(2), 1, report),
               HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
-}
-
-TEST(ValueAccess, SameUsageInTwoReportsOfOneCollection)
-{
-    DescriptorBuilder b;
-    b.UsagePage(0xFF00).Usage(0x01).Collection(CollectionType::Application);
-    b.LogicalMinimum(0).LogicalMaximum(255).ReportSize(8).ReportCount(1);
-    b.ReportId(1).Usage(0x10).Usage(0x11).ReportCount(2).Input(main_item::kDataVarAbs);
-    b.ReportId(2).Usage(0x11).ReportCount(1).Input(main_item::kDataVarAbs);
-    b.EndCollection();
-    PreparsedBlob blob = ParseSingle(b.Build());
-    EXPECT_EQ(Caps(blob).InputReportByteLength, 3);
-    std::vector<CHAR> one = {1, 10, 11};
-    std::vector<CHAR> two = {2, 22, 0};
-    ULONG value = 0;
-    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x11, one, value), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(value, 11u);
-    ASSERT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x11, two, value), HIDP_STATUS_SUCCESS);
-    EXPECT_EQ(value, 22u);
-    EXPECT_EQ(GetValue(blob, HidP_Input, 0xFF00, 0, 0x10, two, value), HIDP_STATUS_INCOMPATIBLE_REPORT_ID);
 }
 
 TEST(ValueAccess, SameUsageAndReportInTwoLinkCollections)

@@ -10,19 +10,12 @@ namespace hidsim_test {
 namespace {
 
 // hutrr39-col2: a keyboard, a sensor collection and a mouse.
-class CompositeDevice : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        device_ = MakeDevice(On("hutrr39-col2"));
-        ASSERT_TRUE(device_);
-        ASSERT_EQ(device_->CollectionCount(), 3u);
-    }
-    std::unique_ptr<SimulatedHidDevice> device_;
-};
+using CompositeDevice = DeviceTest;
 
-TEST_F(CompositeDevice, EachCollectionIsAnEndpointWithItsOwnCapsAndBlob)
+TEST_F(CompositeDevice, EachCollectionIsAnEndpointWithItsOwnCapsBlobAndInput)
 {
+    Make(On("hutrr39-col2"));
+    ASSERT_EQ(device_->CollectionCount(), 3u);
     const USAGE expected[3][2] = {{0x01, 0x06}, {0x20, 0x01}, {0x01, 0x02}};
     for (std::size_t i = 0; i < 3; ++i) {
         host::hidsim::SimulatedCollection& collection = *device_->Collection(i);
@@ -36,71 +29,45 @@ TEST_F(CompositeDevice, EachCollectionIsAnEndpointWithItsOwnCapsAndBlob)
         EXPECT_EQ(information.DescriptorSize, blob.size()) << "collection " << i;
     }
     EXPECT_EQ(device_->Collection(3), nullptr);
-    EXPECT_EQ(device_->DriverCollectionIndex(), 1u) << "the first collection on the sensor page";
-    EXPECT_EQ(&device_->DriverEndpoint(), device_->Collection(1));
-    EXPECT_EQ(device_->FindCollection(0x01, 0x02), 2u);
+    EXPECT_EQ(&device_->DriverEndpoint(), device_->Collection(1)) << "the first collection on the sensor page";
     EXPECT_EQ(device_->FindCollection(0x0C), std::nullopt);
-}
 
-TEST_F(CompositeDevice, InputGoesToItsCollectionWhileFeaturesAreShared)
-{
+    // Input goes to its own collection while features are shared.
     RecordingRead sensorRead;
     RecordingRead mouseRead;
-    device_->DriverEndpoint().SubmitRead(&sensorRead, 4096);
+    Submit(sensorRead);
     device_->Collection(2)->SubmitRead(&mouseRead, 4096);
     device_->Collection(2)->FeedInput(Bytes{0x04, 0x01, 0x05, 0xFB});
     EXPECT_TRUE(sensorRead.completions.empty());
-    ASSERT_EQ(mouseRead.completions.size(), 1u);
+    EXPECT_EQ(mouseRead.completions.size(), 1u);
     device_->FeedInput(Bytes{0x02, 0x00});
     ASSERT_EQ(sensorRead.completions.size(), 1u);
     EXPECT_EQ(sensorRead.completions[0].data, (Bytes{0x02, 0x00}));
 
     ASSERT_EQ(SetFeature(*device_->Collection(0), {0x03, 0x11}).status, STATUS_SUCCESS);
     EXPECT_EQ(GetFeature(*device_->Collection(1), 3, 2).bytes, (Bytes{0x03, 0x11}));
-}
-
-TEST(DriverCollection, ChosenByIndexElseTheFirstSensorCollectionElseTheFirst)
-{
     auto chosen = MakeDevice(On("hutrr39-col2").WithDriverCollection(2));
     ASSERT_TRUE(chosen);
-    EXPECT_EQ(chosen->DriverCollectionIndex(), 2u);
-    // A bare mouse: generic desktop, no sensor page.
-    const Bytes mouse{0x05, 0x01, 0x09, 0x02, 0xA1, 0x01, 0x05, 0x09, 0x19, 0x01, 0x29, 0x03, 0x15, 0x00,
-                      0x25, 0x01, 0x95, 0x03, 0x75, 0x01, 0x81, 0x02, 0x95, 0x01, 0x75, 0x05, 0x81, 0x03, 0xC0};
-    auto plain = MakeDevice(HidDeviceConfig{}.WithDescriptor(mouse));
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(plain->CollectionCount(), 1u);
-    EXPECT_EQ(plain->DriverCollectionIndex(), 0u);
+    EXPECT_EQ(&chosen->DriverEndpoint(), chosen->Collection(2)) << "chosen by index";
 }
 
 TEST(DeviceCreation, UnusableConfigurationsMakeNoDeviceAndSayWhy)
 {
     // Report Size 0 at offset 6.
     const Bytes zeroSize{0x05, 0x20, 0x09, 0x73, 0xA1, 0x00, 0x75, 0x00, 0x95, 0x01, 0x0A, 0x53, 0x04, 0x81, 0x02, 0xC0};
-    Bytes truncated = LoadDescriptor("hutrr39-accel3");
-    truncated.resize(truncated.size() - 3);
-    struct Case {
-        const char* what;
-        HidDeviceConfig config;
-        std::string message;  // empty: any message
-        bool hasOffset;
+    const std::pair<HidDeviceConfig, std::string> cases[] = {
+        {HidDeviceConfig{}.WithDescriptor(zeroSize), "report descriptor: "},
+        {HidDeviceConfig{}, ""},
+        {On("hutrr39-col2").WithDriverCollection(3),
+         "driver collection 3 does not exist: the descriptor has 3 top-level collections"},
     };
-    const Case cases[] = {
-        {"malformed", HidDeviceConfig{}.WithDescriptor(zeroSize), "report descriptor: ", true},
-        {"truncated", HidDeviceConfig{}.WithDescriptor(truncated), "", false},
-        {"empty", HidDeviceConfig{}, "", false},
-        {"collection out of range", On("hutrr39-col2").WithDriverCollection(3),
-         "driver collection 3 does not exist: the descriptor has 3 top-level collections", false},
-        {"unusable rule", On("amd-sfh-als").WithRule(DeviceRule::Fail(RuleTrigger::SetFeature, STATUS_PENDING)),
-         "rules[0]: fail needs a failure status", false},
-    };
-    for (const Case& c : cases) {
+    for (const auto& [config, message] : cases) {
         host::hidsim::DeviceError error;
-        EXPECT_EQ(SimulatedHidDevice::Create(c.config, error), nullptr) << c.what;
-        EXPECT_FALSE(error.message.empty()) << c.what;
-        EXPECT_NE(error.message.find(c.message), std::string::npos) << c.what << ": " << error.message;
-        if (c.hasOffset) {
-            ASSERT_TRUE(error.descriptorOffset.has_value()) << c.what;
+        EXPECT_EQ(SimulatedHidDevice::Create(config, error), nullptr) << message;
+        EXPECT_FALSE(error.message.empty());
+        EXPECT_NE(error.message.find(message), std::string::npos) << error.message;
+        if (&config == &cases[0].first) {
+            ASSERT_TRUE(error.descriptorOffset.has_value());
             EXPECT_LT(*error.descriptorOffset, zeroSize.size());
         }
     }

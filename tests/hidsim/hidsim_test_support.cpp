@@ -49,10 +49,4 @@ IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report)
                                   output.data(), static_cast<ULONG>(output.size()));
 }
 
-Bytes Padded(Bytes report, std::size_t length)
-{
-    report.resize(length, 0);
-    return report;
-}
-
 }  // namespace hidsim_test

