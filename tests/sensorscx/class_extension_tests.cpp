@@ -165,6 +165,27 @@ TEST_F(ClientTest, NullOutputAndForeignHandlesAreRefusedByTheDriver)
     EXPECT_EQ(TheClient().Start(2).status, kNoSuchSensor);
 }
 
+TEST_F(ClientTest, IntervalCallsAndDeviceIoControlCarryTheDriverAnswer)
+{
+    EXPECT_EQ(TheClient().SetDataInterval(0, 250).status, STATUS_SUCCESS);
+    const CallResult interval = TheClient().GetDataInterval(0);
+    EXPECT_EQ(interval.status, STATUS_SUCCESS);
+    EXPECT_EQ(interval.ms, 250u);
+    CallOptions nullOutput;
+    nullOutput.nullOutput = true;
+    const CallResult noPointer = TheClient().GetDataInterval(0, nullOutput);
+    EXPECT_EQ(noPointer.status, STATUS_INVALID_PARAMETER);
+    EXPECT_FALSE(noPointer.ms.has_value());
+
+    const CallResult ioctl = TheClient().DeviceIoControl(0, 0x00221000, 0, 0);
+    EXPECT_EQ(ioctl.status, STATUS_NOT_SUPPORTED);
+    EXPECT_EQ(ioctl.requestStatus, STATUS_NOT_SUPPORTED);  // completed by the driver, seen by the client
+
+    const CallResult fields = TheClient().GetSupportedDataFields(0, ListBuffer::SizeQuery());
+    EXPECT_EQ(fields.status, STATUS_NOT_SUPPORTED);
+    EXPECT_FALSE(fields.keys.has_value());
+}
+
 TEST_F(ClientTest, ThresholdsReachTheDriverAsACopyItMayScribbleOn)
 {
     DriverList wanted(1);

@@ -48,6 +48,28 @@ NTSTATUS EvtSetDataThresholds(SENSOROBJECT h, PSENSOR_COLLECTION_LIST list)
     return STATUS_SUCCESS;
 }
 
+NTSTATUS EvtGetDataInterval(SENSOROBJECT h, ULONG* ms)
+{
+    FakeSensor* s = Own(h);
+    if (s == nullptr || ms == nullptr)
+        return STATUS_INVALID_PARAMETER;
+    *ms = s->intervalMs;
+    return STATUS_SUCCESS;
+}
+
+NTSTATUS EvtSetDataInterval(SENSOROBJECT h, ULONG ms)
+{
+    FakeSensor* s = Own(h);
+    return s == nullptr ? STATUS_UNSUCCESSFUL : (s->intervalMs = ms, STATUS_SUCCESS);
+}
+
+// As a sensor that handles no private IOCTL: the request is completed here.
+NTSTATUS EvtDeviceIoControl(SENSOROBJECT, WDFREQUEST request, SIZE_T, SIZE_T, ULONG)
+{
+    WdfRequestComplete(request, STATUS_NOT_SUPPORTED);
+    return STATUS_NOT_SUPPORTED;
+}
+
 // The size-query convention of the list callbacks, broken as `misbehave` says.
 NTSTATUS EvtGetProperties(SENSOROBJECT h, PSENSOR_COLLECTION_LIST out, ULONG* size)
 {
@@ -108,7 +130,8 @@ NTSTATUS EvtCancelHistoryRetrieval(SENSOROBJECT h, ULONG* written)
 
 constexpr SENSOR_CONTROLLER_CONFIG kCallbacks = {
     sizeof(SENSOR_CONTROLLER_CONFIG), WdfTrue, EvtStart, Unused, Unused, Unused,
-    Unused, Unused, Unused, EvtSetDataThresholds, EvtGetProperties, Unused, Unused,
+    EvtGetDataInterval, EvtSetDataInterval, Unused, EvtSetDataThresholds, EvtGetProperties,
+    EvtDeviceIoControl, Unused,
     Unused, Unused, EvtStartHistoryRetrieval, EvtCancelHistoryRetrieval, nullptr,
 };
 

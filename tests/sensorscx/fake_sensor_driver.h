@@ -95,6 +95,7 @@ struct FakeSensor {
     Misbehaviour misbehave;
     std::optional<CollectionListCopy> lastThresholds;
     std::atomic<int> starts{0};
+    ULONG intervalMs = 100;
     PSENSOR_COLLECTION_LIST historyList = nullptr;  // the accepted retrieval's buffer
 
     // Writes `records` records of 3 entries and reports completion `times`
