@@ -235,8 +235,8 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     record.logicalMax = field.logicalMax;
     record.arrayIndexBase = source.arrayIndexBase;
 
-    if (source.isButton) {
-        HIDP_BUTTON_CAPS& cap = Append(report.buttonCaps);
+    // The head both capability structures share, field for field.
+    const auto fillShared = [&](auto& cap) {
         cap.UsagePage = usage.page;
         cap.ReportID = field.reportId;
         cap.BitField = field.flags;
@@ -247,21 +247,16 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
         cap.IsStringRange = string && string->isRange;
         cap.IsDesignatorRange = designator && designator->isRange;
         cap.IsAbsolute = (field.flags & kMainRelative) == 0;
+    };
+    if (source.isButton) {
+        HIDP_BUTTON_CAPS& cap = Append(report.buttonCaps);
+        fillShared(cap);
         cap.ReportCount = static_cast<USHORT>(source.reportCount);
         cap.Range = range;
         Append(report.buttonFields) = record;
     } else {
         HIDP_VALUE_CAPS& cap = Append(report.valueCaps);
-        cap.UsagePage = usage.page;
-        cap.ReportID = field.reportId;
-        cap.BitField = field.flags;
-        cap.LinkCollection = linkCollection;
-        cap.LinkUsage = node.LinkUsage;
-        cap.LinkUsagePage = node.LinkUsagePage;
-        cap.IsRange = usage.isRange;
-        cap.IsStringRange = string && string->isRange;
-        cap.IsDesignatorRange = designator && designator->isRange;
-        cap.IsAbsolute = (field.flags & kMainRelative) == 0;
+        fillShared(cap);
         cap.HasNull = (field.flags & kMainNullState) != 0;
         cap.BitSize = static_cast<USHORT>(field.bitSize);
         cap.ReportCount = static_cast<USHORT>(source.reportCount);
