@@ -45,6 +45,10 @@ int main(int argc, char** argv)
         err = "hidsensor: unknown command '" + command + "'\n" + kUsage;
     }
     std::cout << out << std::flush;
+    if (!std::cout) {
+        std::cerr << "hidsensor: cannot write to standard output\n";
+        return 1;
+    }
     std::cerr << err << std::flush;
     return status;
 }
