@@ -12,7 +12,8 @@
 //   - on RunDriverThreads() (DriverHost::RunThreads(); the client's wait for a
 //     history retrieval, which a scenario's `wait` step uses),
 //   - on a wait on the thread's handle or on an event (WaitForSingleObjectEx)
-//     from any thread, driver code included,
+//     from any thread, driver code included, unless its time-out is 0: a
+//     poll only looks,
 //   - on RunDriverThread(handle) (DriverHost::RunThread()).
 // Letting threads run means: in creation order, each runnable thread runs
 // until it parks, round after round, until none can move. A thread parks when
@@ -21,8 +22,7 @@
 //
 // Time-outs in deterministic mode are virtual. A driver thread's wait with a
 // time-out parks until its object is signalled or the host clock reaches the
-// deadline (time moves only when the host advances it); a time-out of 0 only
-// polls. A wait from a thread that is not a driver thread (the host's, or the
+// deadline (time moves only when the host advances it). A wait from a thread that is not a driver thread (the host's, or the
 // driver's code called by the host: a PnP or sensor callback, a completion
 // routine, a timer) first lets the driver threads run, then answers at once:
 // WAIT_OBJECT_0 when the object is signalled, WAIT_TIMEOUT otherwise. Such a

@@ -281,10 +281,16 @@ extern "C" NTSTATUS SensorsCxSensorHistoryRetrievalComplete(SENSOROBJECT Sensor,
 {
     NTSTATUS status = STATUS_SUCCESS;
     DriverCall driverCall(FaultPoint::SensorsCxHistoryRetrievalComplete);
-    if (driverCall.Fails(&status))
-        return status;
-    auto state = ResolveInitializedSensor(Sensor, "SensorsCxSensorHistoryRetrievalComplete", &status);
+    const bool injected = driverCall.Fails(&status);
+    NTSTATUS resolveStatus = STATUS_SUCCESS;
+    auto state = ResolveInitializedSensor(Sensor, "SensorsCxSensorHistoryRetrievalComplete", &resolveStatus);
     if (state == nullptr)
+        return injected ? status : resolveStatus;
+    // An injected failure still ends the retrieval on the host's side first,
+    // so the driver's next start is not taken for an overlap.
+    if (injected) {
+        state->History().Complete(DataSizeInBytes, Status, HistoryRetrievals::Delivery::Dropped);
         return status;
-    return state->History().Complete(DataSizeInBytes, Status);
+    }
+    return state->History().Complete(DataSizeInBytes, Status, HistoryRetrievals::Delivery::ToClient);
 }

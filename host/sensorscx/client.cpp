@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "host/framework/threads.h"
 #include "host/sensorscx/caller_buffer.h"
 #include "host/sensorscx/client_call.h"
 #include "host/sensorscx/list_marshal.h"
@@ -343,6 +344,12 @@ std::optional<HistoryCompletion> Client::WaitHistoryRetrieval(std::size_t sensor
     auto state = device_ != nullptr ? device_->VisibleAt(sensor) : nullptr;
     if (state == nullptr)
         return std::nullopt;
+    // Deterministic mode: the worker moves only now, and completes (or parks)
+    // before the wait looks; waiting in real time is then only for threads
+    // that are not the driver's.
+    if (auto completion = state->History().Wait(std::chrono::milliseconds(0)))
+        return completion;
+    framework::RunDriverThreads();
     return state->History().Wait(timeout);
 }
 
