@@ -212,7 +212,9 @@ NTSTATUS ParseValue(const FeatureReportContext& context, const HIDP_VALUE_CAPS& 
         status = HidP_GetUsageValueArray(HidP_Feature, caps.UsagePage, context.LinkCollection, usage,
                                          reinterpret_cast<CHAR*>(array), kArrayReadBytes,
                                          context.Preparsed(), context.ReportChars(), context.ReportLength);
-        // Multi-element fields other than strings take their first element.
+        // A multi-element field that is not a string property stands for its
+        // first element: a value left over from an earlier field would be
+        // stored under this one's usage.
         if (NT_SUCCESS(status))
             raw = FirstArrayElement(array, caps.BitSize);
     } else {

@@ -157,6 +157,19 @@ TEST(FeatureParse, StringsUpToTheLengthLimit)
     }
 }
 
+TEST(FeatureParse, MultiElementValueStandsForItsFirstElement)
+{
+    hs::SensorSpec spec;
+    spec.features = {Property(0x303, 8, 0, 255), Property(0x30F, 16, 0, 0xFFFF, -1)};
+    spec.features[1].count = 3;
+    const Bytes report = ReportBytes(1).U8(9).U16(25).U16(7).U16(8);
+    FeatureBed bed(spec, report);
+    ASSERT_TRUE(bed.Ready());
+    ASSERT_TRUE(bed.Bed().Sim().SetFeature(1, report));
+    ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
+    EXPECT_EQ(bed.Cache().ChangeSensitivity.Get(), static_cast<float>(25 * static_cast<double>(0.1f)));
+}
+
 TEST(FeatureParse, SelectorStates)
 {
     struct Case {
