@@ -1,5 +1,6 @@
 #include "sensors/custom_sensor.h"
 
+#include "feature/feature_report.h"
 #include "tracing/trace.h"
 
 namespace {
@@ -15,6 +16,12 @@ CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjec
 {
     if (!IsValid())
         return;
+    cache_ = new (std::nothrow) SensorPropertyCache;
+    if (cache_ == nullptr) {
+        TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
+        MarkConstructionFailed();
+        return;
+    }
     HidCollectionRecord& record = *Record();
     // Classified again, for the name only: reads the feature report once more.
     const CustomSensorKind kind =
@@ -25,11 +32,16 @@ CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjec
     record.MinimumReportInterval.store(kMinimumReportIntervalMs, std::memory_order_relaxed);
 }
 
-CustomSensor::~CustomSensor() = default;
+CustomSensor::~CustomSensor()
+{
+    delete cache_;
+    cache_ = nullptr;
+}
 
 NTSTATUS CustomSensor::Initialize()
 {
     TRACE_ENTRY();
+    cache_->ClearFeatureValues();
     HidCollectionRecord& record = *Record();
     record.DefaultMaximum = FLT_MAX;
     record.DefaultMinimum = -FLT_MAX;
@@ -50,6 +62,11 @@ NTSTATUS CustomSensor::Uninitialize()
     TRACE_ENTRY();
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
+}
+
+NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
+{
+    return ReadSensorFeatureReport(*this, *cache_, writeSettings);
 }
 
 NTSTATUS CustomSensor::RegisterSensor()

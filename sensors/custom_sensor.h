@@ -1,13 +1,16 @@
 // The sensor object of a HID custom-sensor collection (usage 0xE1). It names
 // itself after the kind its description string gives it.
 //
-// Not there yet: the feature-report property cache, registration with the
-// class extension and the class-extension operations. Until they are,
-// RegisterSensor answers STATUS_NOT_IMPLEMENTED, so Initialize of a custom
-// sensor reads the collection's capabilities and then reports that status;
-// every other operation is HidSensor's.
+// It owns the SensorPropertyCache, its view of the device's feature report,
+// which ReadFeatureReport fills and writes back.
+//
+// Not there yet: registration with the class extension and the
+// class-extension operations. Until they are, RegisterSensor answers
+// STATUS_NOT_IMPLEMENTED, so Initialize of a custom sensor reads the
+// collection's capabilities and feature report and then reports that status.
 #pragma once
 
+#include "feature/sensor_property_cache.h"
 #include "hid/custom_sensor_kind.h"
 #include "sensors/hid_sensor.h"
 
@@ -23,8 +26,17 @@ public:
     NTSTATUS Initialize() override;
     // The base destruction frees what is left; nothing to do here.
     NTSTATUS Uninitialize() override;
+    // Fetches and parses the feature report into the cache, then writes the
+    // requested settings back (thresholds and vendor values only when
+    // writeSettings is 1). Serialised per sensor.
+    NTSTATUS ReadFeatureReport(ULONG writeSettings) override;
     ~CustomSensor() override;
 
     // Creates the platform sensor, binds it to this object and publishes its lists.
     virtual NTSTATUS RegisterSensor();
+
+    SensorPropertyCache* PropertyCache() const noexcept { return cache_; }
+
+private:
+    SensorPropertyCache* cache_ = nullptr;
 };
