@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "feature/feature_report.h"
 #include "platform/sensorsutils.h"
 #include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
@@ -84,6 +85,11 @@ NTSTATUS CustomSensor::Uninitialize()
     TRACE_ENTRY();
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
+}
+
+NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
+{
+    return ReadSensorFeatureReport(*this, *cache_, writeSettings);
 }
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
@@ -219,7 +225,7 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
         if (thresholds != nullptr)
-            InitPropVariantFromFloat(cache_->ChangeSensitivityOfSlot(1), &own->List[0].Value);
+            InitPropVariantFromFloat(cache_->FieldChangeSensitivity[1].Get(), &own->List[0].Value);
         status = AnswerCollectionList(own, thresholds, size);
     }
     if (!NT_SUCCESS(status))

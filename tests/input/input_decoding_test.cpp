@@ -73,7 +73,7 @@ TEST(InputDecoding, CustomUsageIsAnnouncedOnceAndCountsTwiceInTheFirstReport)
     ASSERT_EQ(samples.size(), 1u);
     EXPECT_EQ(Lines(samples[0].values),
               (std::vector<std::string>{TimestampLine(kStartTicks), Custom(5, "UI4 528"), Custom(7, "R4 0")}));
-    EXPECT_EQ(t.Sensor(0)->Cache()->PendingFieldCount, 1u);
+    EXPECT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 1u);
 
     // Later reports pass it once.
     t.bed.Host().Advance(5);
@@ -109,13 +109,13 @@ TEST(InputDecoding, SamplesCompleteAcrossReportsOfOneReadAndRestartWithEachRead)
         SCOPED_TRACE("the same reports in two reads");
         ClientBed t(OneCustomSensor(fields));
         ASSERT_EQ(t.Feed(report(t, 1, 2)).size(), 1u);
-        EXPECT_EQ(t.Sensor(0)->Cache()->PendingFieldCount, 1u);
+        EXPECT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 1u);
         // The half sample of the first read is dropped; its value stays in the list.
         const std::vector<cx::Sample> samples = t.Feed(report(t, 3, 4));
         ASSERT_EQ(samples.size(), 1u);
         EXPECT_EQ(Lines(samples[0].values)[2], Custom(7, "UI4 3"));
         EXPECT_EQ(Lines(samples[0].values)[3], Custom(8, "UI4 4"));
-        EXPECT_EQ(t.Sensor(0)->Cache()->PendingFieldCount, 0u);
+        EXPECT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 0u);
     }
 }
 
@@ -124,7 +124,7 @@ TEST(InputDecoding, ReportsThatCannotBeDecodedChangeNothingButTheCount)
     ClientBed t(OneCustomSensor({hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF), Field(1, 16, -32767, 32767, 0),
                                  Field(2, 16, -32767, 32767, 0)}));
     ASSERT_EQ(t.Feed(InputReport(t.Hid(), 1, {0x541, 1, 2}, {2, 2, 2})).size(), 1u);
-    ASSERT_EQ(t.Sensor(0)->Cache()->PendingFieldCount, 1u);
+    ASSERT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 1u);
     const HidCollectionRecord& record = *t.Sensor(0)->Record();
     const std::vector<std::string> before = Lines(*record.Data);
 
@@ -133,7 +133,7 @@ TEST(InputDecoding, ReportsThatCannotBeDecodedChangeNothingButTheCount)
     Bytes tooLong = InputReport(t.Hid(), 1, {0x541, 9, 9}, {2, 2, 2});
     tooLong.push_back(0);
     EXPECT_TRUE(t.Feed(tooLong).empty());
-    EXPECT_EQ(t.Sensor(0)->Cache()->PendingFieldCount, 0u);
+    EXPECT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 0u);
     EXPECT_EQ(Lines(*record.Data), before);  // not even the timestamp
 
     // A sensor that is not initialized accepts reports and ignores them.

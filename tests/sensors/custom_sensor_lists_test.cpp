@@ -27,8 +27,12 @@ HidDeviceConfig TapOtherAndPlaceholder()
          hs::CustomValue(3, 8, -128, 127)},
         true);
     const hs::SensorSpec other = CustomWithStrings({hs::CustomValue(1), hs::CustomValue(2)}, false);
+    // The placeholder has a feature report too, so that feature report IDs
+    // count from its own.
+    hs::SensorSpec accelerometer = Accelerometer(1);
+    accelerometer.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
-        .WithDescriptor(hs::BuildSensorContainer({Accelerometer(1), tap, other}))
+        .WithDescriptor(hs::BuildSensorContainer({accelerometer, tap, other}))
         .WithManufacturer(u"Contoso")
         .WithProduct(u"Hub")
         .WithSerialNumber(u"SN-7")
