@@ -1,6 +1,8 @@
 #include "sensors/custom_sensor.h"
 
+#include <bit>
 #include <cstring>
+#include <iterator>
 
 #include "feature/feature_report.h"
 #include "platform/sensorsutils.h"
@@ -270,6 +272,21 @@ NTSTATUS CustomSensor::DeviceIoControl(SENSOROBJECT /*sensor*/, WDFREQUEST /*req
     return STATUS_SUCCESS;
 }
 
+void CustomSensor::IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept
+{
+    indexedData_ = nullptr;
+    std::memset(customFieldEntries_, 0, sizeof(customFieldEntries_));
+    if (data == nullptr || data->Count > 64)
+        return;
+    for (ULONG i = 1; i < data->Count; ++i) {
+        const PROPERTYKEY& key = data->List[i].Key;
+        const ULONG slot = key.pid - kCustomUsageKey.pid;
+        if (slot < std::size(customFieldEntries_) && IsEqualGUID(key.fmtid, kCustomDataFmtid))
+            customFieldEntries_[slot] |= ULONGLONG{1} << i;
+    }
+    indexedData_ = data;
+}
+
 NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
 {
     PSENSOR_COLLECTION_LIST data = Record()->Data;
@@ -277,14 +294,22 @@ NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT
         return STATUS_SUCCESS;
     const ULONG fields = data->Count;
     ULONG& pending = cache_->PendingFieldCount;
-    for (ULONG i = 1; i < fields; ++i) {
-        SENSOR_VALUE_PAIR& entry = data->List[i];
-        if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
-            std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
+    const ULONG slot = key->pid - kCustomUsageKey.pid;
+    if (data == indexedData_ && slot < std::size(customFieldEntries_) && IsEqualGUID(key->fmtid, kCustomDataFmtid)) {
+        for (ULONGLONG entries = customFieldEntries_[slot]; entries != 0; entries &= entries - 1) {
+            std::memcpy(&data->List[std::countr_zero(entries)].Value, value, sizeof(PROPVARIANT));
             ++pending;
         }
+    } else {
+        for (ULONG i = 1; i < fields; ++i) {
+            SENSOR_VALUE_PAIR& entry = data->List[i];
+            if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
+                std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
+                ++pending;
+            }
+        }
     }
-    if (fields == 0 || pending != fields - 1)
+    if (pending != fields - 1)
         return STATUS_SUCCESS;
     // The class extension takes its copy during the call; the result changes nothing here.
     SensorsCxSensorDataReady(Record()->SensorObject, data);

@@ -78,7 +78,17 @@ private:
     NTSTATUS HandleCommonInputUsage(USHORT usage, LONG signedValue, ULONG raw,
                                     SensorStateAndEvent* decoded, bool* handled);
 
+    // Records where each custom data key sits in `data`, so that an update
+    // finds its entries without scanning the list.
+    void IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept;
+
     SensorPropertyCache* cache_ = nullptr;
+    // The data list the index below was built for (null: none), and per custom
+    // data pid 5..34 the entries holding it, one bit per entry. The keys of a
+    // data list never change, so the index stays exact; a list of more than
+    // 64 entries is not indexed and is scanned instead.
+    PSENSOR_COLLECTION_LIST indexedData_ = nullptr;
+    ULONGLONG customFieldEntries_[30] = {};
     // Once-only diagnostics of the input path.
     bool stateAsValueNoted_ = false;
     bool eventAsValueNoted_ = false;

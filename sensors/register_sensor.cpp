@@ -195,6 +195,7 @@ NTSTATUS CustomSensor::RegisterSensor()
             InitPropVariantFromFileTime(&now, &data->List[0].Value);
             for (ULONG i = 1; i < fieldCount; ++i)
                 SetEntryFloat(data, i, *cache.DataFieldKeys[i], 0.0f);
+            IndexDataFields(data);
         }
     }
     if (NT_SUCCESS(status)) {
