@@ -1,24 +1,19 @@
 #include "tools/hidsensor/demo_command.h"
 
 #include "tools/hidsensor/demo_device.h"
-#include "tools/hidsensor/inspect_command.h"
+#include "tools/hidsensor/scenario_runner.h"
 
 namespace hidsensor {
 
-// For now the demo shows what the HID parser makes of the demo device; running
-// the driver on it comes with the driver's lifecycle.
-int RunDemo(const std::vector<std::string>& args, std::string& out, std::string& err)
+int RunDemo(bool json, std::ostream& out, std::ostream& err)
 {
-    InspectOptions options;
-    for (const std::string& arg : args) {
-        if (arg == "--json") {
-            options.json = true;
-        } else {
-            err = "demo: unknown argument " + arg + "\nusage: hidsensor demo [--json]\n";
-            return 2;
-        }
-    }
-    return InspectDescriptor(DemoDescriptor(), options, "demo device", out, err);
+    const Scenario scenario = DemoScenario();
+    EventPrinter printer(out, json ? EventPrinter::Style::Json : EventPrinter::Style::Human);
+    std::string error;
+    const int status = RunScenario(scenario, printer, RunOptions{}, error);
+    if (status == 2)
+        err << "hidsensor demo: " << error << "\n";
+    return status;
 }
 
 }  // namespace hidsensor
