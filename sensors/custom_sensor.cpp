@@ -1,10 +1,23 @@
 #include "sensors/custom_sensor.h"
 
+#include <cstring>
+
+#include "platform/sensorsutils.h"
+#include "sensors/sensor_keys.h"
+#include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
 namespace {
 constexpr GUID kTraceMessageGuid = {
     0x65A02E6C, 0xF9CE, 0x4114, {0xAC, 0x99, 0x2B, 0xD3, 0x5B, 0x48, 0xDD, 0xFB}};
+
+// Sensor-state values of the sensor property list.
+constexpr ULONG kSensorStateReady = 2;
+constexpr ULONG kSensorStateStopped = 1;
+constexpr ULONG kSensorStateEntry = 3;
+
+// Record position of custom value 1's change sensitivity.
+constexpr ULONG kCustomValue1ThresholdPosition = 3;
 }  // namespace
 
 CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
@@ -15,6 +28,12 @@ CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjec
 {
     if (!IsValid())
         return;
+    cache_ = new (std::nothrow) SensorPropertyCache;
+    if (cache_ == nullptr) {
+        TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
+        MarkConstructionFailed();
+        return;
+    }
     HidCollectionRecord& record = *Record();
     // Classified again, for the name only: reads the feature report once more.
     const CustomSensorKind kind =
@@ -25,12 +44,27 @@ CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjec
     record.MinimumReportInterval.store(kMinimumReportIntervalMs, std::memory_order_relaxed);
 }
 
-CustomSensor::~CustomSensor() = default;
+CustomSensor::~CustomSensor()
+{
+    delete cache_;
+    cache_ = nullptr;
+}
+
+NTSTATUS CustomSensor::CheckHandle(SENSOROBJECT sensor) const noexcept
+{
+    const SENSOROBJECT own = Record()->SensorObject;
+    if (sensor == nullptr || sensor != own) {
+        TRACE_ERROR(STATUS_UNSUCCESSFUL, GetFriendlyName());
+        return STATUS_UNSUCCESSFUL;
+    }
+    return STATUS_SUCCESS;
+}
 
 NTSTATUS CustomSensor::Initialize()
 {
     TRACE_ENTRY();
     HidCollectionRecord& record = *Record();
+    cache_->ClearFeatureValues();
     record.DefaultMaximum = FLT_MAX;
     record.DefaultMinimum = -FLT_MAX;
     record.FurtherBounds[0] = FLT_MAX;
@@ -52,10 +86,202 @@ NTSTATUS CustomSensor::Uninitialize()
     return STATUS_SUCCESS;
 }
 
-NTSTATUS CustomSensor::RegisterSensor()
+void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
+{
+    PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
+    if (properties == nullptr)
+        return;
+    PROPVARIANT& value = properties->List[kSensorStateEntry].Value;
+    value.vt = VT_UI4;
+    value.ulVal = state;
+}
+
+NTSTATUS CustomSensor::Start(SENSOROBJECT sensor)
 {
     TRACE_ENTRY();
-    TRACE_ERROR(STATUS_NOT_IMPLEMENTED, GetFriendlyName());
-    TRACE_EXIT(STATUS_NOT_IMPLEMENTED);
-    return STATUS_NOT_IMPLEMENTED;
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status)) {
+        HidCollectionRecord& record = *Record();
+        record.forceDelivery.store(1, std::memory_order_relaxed);
+        record.RequestedReportingState.store(1, std::memory_order_relaxed);
+        record.RequestedPowerState.store(2, std::memory_order_relaxed);
+        // The write-back sends the reporting and power state; its result is not ours.
+        ReadFeatureReport(0);
+        SetSensorStateProperty(kSensorStateReady);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::Stop(SENSOROBJECT sensor)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status)) {
+        HidCollectionRecord& record = *Record();
+        record.RequestedReportingState.store(0, std::memory_order_relaxed);
+        record.RequestedPowerState.store(1, std::memory_order_relaxed);
+        ReadFeatureReport(0);
+        SetSensorStateProperty(kSensorStateStopped);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::GetSupportedDataFields(SENSOROBJECT sensor, PSENSOR_PROPERTY_LIST fields,
+                                              ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status))
+        status = AnswerPropertyList(Record()->SupportedDataFields, fields, size);
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::GetProperties(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST properties,
+                                     ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status))
+        status = AnswerCollectionList(Record()->SensorProperties, properties, size);
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::GetDataFieldProperties(SENSOROBJECT /*sensor*/, const PROPERTYKEY* /*dataField*/,
+                                              PSENSOR_COLLECTION_LIST /*properties*/, ULONG* size)
+{
+    TRACE_ENTRY();
+    // The data-field property list is built for every custom sensor but served
+    // only by the orientation sensors.
+    if (size != nullptr)
+        *size = 0;
+    TRACE_ERROR(STATUS_NOT_SUPPORTED, GetFriendlyName());
+    TRACE_EXIT(STATUS_NOT_SUPPORTED);
+    return STATUS_NOT_SUPPORTED;
+}
+
+NTSTATUS CustomSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && dataRateMs == nullptr)
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status)) {
+        HidCollectionRecord& record = *Record();
+        ReadFeatureReport(0);
+        if (record.CurrentReportInterval.load(std::memory_order_relaxed) <
+            record.MinimumReportInterval.load(std::memory_order_relaxed))
+            record.CurrentReportInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
+        *dataRateMs = record.CurrentReportInterval.load(std::memory_order_relaxed);
+        ReadFeatureReport(0);
+        TRACE_INFO(GetFriendlyName(), *dataRateMs);
+    } else {
+        TRACE_ERROR(status, GetFriendlyName());
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    HidCollectionRecord& record = *Record();
+    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
+        status = STATUS_UNSUCCESSFUL;
+    if (NT_SUCCESS(status)) {
+        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
+        ReadFeatureReport(0);
+        record.forceDelivery.store(1, std::memory_order_relaxed);
+    } else {
+        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
+                                         ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    PSENSOR_COLLECTION_LIST own = Record()->Thresholds;
+    if (NT_SUCCESS(status) && size == nullptr)
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status) && own == nullptr)
+        status = STATUS_UNSUCCESSFUL;
+    if (NT_SUCCESS(status)) {
+        if (thresholds != nullptr)
+            InitPropVariantFromFloat(cache_->ChangeSensitivityOfSlot(1), &own->List[0].Value);
+        status = AnswerCollectionList(own, thresholds, size);
+    }
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && thresholds == nullptr)
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status)) {
+        for (ULONG i = 0; i < thresholds->Count; ++i) {
+            const SENSOR_VALUE_PAIR& entry = thresholds->List[i];
+            if (!IsEqualPropertyKey(entry.Key, kThresholdKey))
+                continue;
+            if (entry.Value.vt == VT_R4)
+                Record()->DataThresholds[kCustomValue1ThresholdPosition].store(entry.Value.fltVal,
+                                                                               std::memory_order_relaxed);
+            else
+                TRACE_WARNING(GetFriendlyName(), static_cast<ULONG>(entry.Value.vt));
+            // Written back whatever the type: the device gets the requested values.
+            ReadFeatureReport(1);
+        }
+    } else {
+        TRACE_ERROR(status, GetFriendlyName());
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::DeviceIoControl(SENSOROBJECT /*sensor*/, WDFREQUEST /*request*/,
+                                       SIZE_T /*outputBufferLength*/, SIZE_T /*inputBufferLength*/,
+                                       ULONG ioControlCode)
+{
+    TRACE_ENTRY();
+    TRACE_INFO(GetFriendlyName(), ioControlCode);
+    TRACE_EXIT(STATUS_SUCCESS);
+    return STATUS_SUCCESS;
+}
+
+NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
+{
+    PSENSOR_COLLECTION_LIST data = Record()->Data;
+    if (data == nullptr || key == nullptr || value == nullptr)
+        return STATUS_SUCCESS;
+    const ULONG fields = data->Count;
+    ULONG& pending = cache_->PendingFieldCount;
+    for (ULONG i = 1; i < fields; ++i) {
+        SENSOR_VALUE_PAIR& entry = data->List[i];
+        if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
+            std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
+            ++pending;
+        }
+    }
+    if (fields == 0 || pending != fields - 1)
+        return STATUS_SUCCESS;
+    // The class extension takes its copy during the call; the result changes nothing here.
+    SensorsCxSensorDataReady(Record()->SensorObject, data);
+    pending = 0;
+    return STATUS_SUCCESS;
 }

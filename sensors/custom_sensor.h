@@ -1,14 +1,20 @@
-// The sensor object of a HID custom-sensor collection (usage 0xE1). It names
-// itself after the kind its description string gives it.
+// The sensor object of a HID custom-sensor collection (usage 0xE1): it names
+// itself after the kind its description string gives it, keeps the device's
+// feature report in its SensorPropertyCache, registers a platform sensor with
+// the class extension and publishes six lists for it, answers the class
+// extension's callbacks and turns input reports into samples.
 //
-// Not there yet: the feature-report property cache, registration with the
-// class extension and the class-extension operations. Until they are,
-// RegisterSensor answers STATUS_NOT_IMPLEMENTED, so Initialize of a custom
-// sensor reads the collection's capabilities and then reports that status;
-// every other operation is HidSensor's.
+// The callbacks and the input reader run on different threads without a lock:
+// the fields they share are single 32-bit values (requested states, intervals,
+// forceDelivery, thresholds) held as relaxed atomics in the record. The data
+// list and PendingFieldCount are written only by the reader.
 #pragma once
 
+#include <atomic>
+
+#include "sensors/feature_interim.h"
 #include "hid/custom_sensor_kind.h"
+#include "input/input_report.h"
 #include "sensors/hid_sensor.h"
 
 inline constexpr ULONG kDefaultReportIntervalMs = 100;
@@ -19,12 +25,57 @@ public:
     CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
                  USHORT linkCollection, ULONG sensorIndex, PCWSTR manufacturer, PCWSTR product,
                  PCWSTR serialNumber, PCWSTR instanceName) noexcept;
+    ~CustomSensor() override;
 
     NTSTATUS Initialize() override;
     // The base destruction frees what is left; nothing to do here.
     NTSTATUS Uninitialize() override;
-    ~CustomSensor() override;
+    NTSTATUS Start(SENSOROBJECT sensor) override;
+    NTSTATUS Stop(SENSOROBJECT sensor) override;
+    NTSTATUS GetSupportedDataFields(SENSOROBJECT sensor, PSENSOR_PROPERTY_LIST fields,
+                                    ULONG* size) override;
+    NTSTATUS GetProperties(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST properties,
+                           ULONG* size) override;
+    NTSTATUS GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                    PSENSOR_COLLECTION_LIST properties, ULONG* size) override;
+    NTSTATUS GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs) override;
+    NTSTATUS SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs) override;
+    NTSTATUS GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
+                               ULONG* size) override;
+    NTSTATUS SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds) override;
+    // Reports the request as handled and leaves it alone: it is neither
+    // completed nor forwarded. The class extension keeps it; the base class's
+    // STATUS_NOT_SUPPORTED completion is not wanted for custom sensors.
+    NTSTATUS DeviceIoControl(SENSOROBJECT sensor, WDFREQUEST request, SIZE_T outputBufferLength,
+                             SIZE_T inputBufferLength, ULONG ioControlCode) override;
+    // Stores the field in the data list and delivers the sample once every
+    // data field but the timestamp has been updated since the last reset.
+    NTSTATUS UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value) override;
+    // Decodes one input report into UpdateDataField calls (input/).
+    NTSTATUS ProcessInputReport(BYTE* report, ULONG length, ULONG firstInRead) override;
 
     // Creates the platform sensor, binds it to this object and publishes its lists.
     virtual NTSTATUS RegisterSensor();
+
+    SensorPropertyCache* Cache() const noexcept { return cache_; }
+
+protected:
+    // STATUS_UNSUCCESSFUL unless `sensor` is this object's own SENSOROBJECT.
+    NTSTATUS CheckHandle(SENSOROBJECT sensor) const noexcept;
+    // Builds the data-field key vector from the sensor's own input report and
+    // sets the presence flags of the fields it finds.
+    NTSTATUS BuildDataFieldKeys();
+    // Writes `state` into the sensor-state entry of the sensor property list.
+    void SetSensorStateProperty(ULONG state) noexcept;
+
+private:
+    // The usages every custom sensor handles alike (state and event as values,
+    // custom usage); `handled` tells whether `usage` (low 12 bits) was one.
+    NTSTATUS HandleCommonInputUsage(USHORT usage, LONG signedValue, ULONG raw,
+                                    SensorStateAndEvent* decoded, bool* handled);
+
+    SensorPropertyCache* cache_ = nullptr;
+    // Once-only diagnostics of the input path.
+    bool stateAsValueNoted_ = false;
+    bool eventAsValueNoted_ = false;
 };

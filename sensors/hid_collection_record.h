@@ -53,6 +53,10 @@ struct HidCollectionRecord : HeapObject {
     // framework memory parented to the SENSOROBJECT and die with it.
     GUID PersistentUniqueId{};
     SENSOROBJECT SensorObject = nullptr;
+    // 1 once the platform sensor is initialized with all six lists. A sensor
+    // whose registration failed part-way may lack lists; the input path
+    // ignores its reports, as it does those of an uninitialized sensor.
+    std::atomic<ULONG> IsRegistered{0};
     PSENSOR_COLLECTION_LIST EnumerationProperties = nullptr;
     PSENSOR_COLLECTION_LIST SensorProperties = nullptr;
     PSENSOR_PROPERTY_LIST SupportedDataFields = nullptr;

@@ -1,6 +1,7 @@
 #include "sensors/hid_sensor.h"
 
 #include "hid/hid_device.h"
+#include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
 namespace {
@@ -77,10 +78,25 @@ void HidSensor::FreeCapabilities() noexcept
 
 void HidSensor::DeleteSensorObject() noexcept
 {
-    if (record_->SensorObject != nullptr) {
-        WdfObjectDelete(record_->SensorObject);
-        record_->SensorObject = nullptr;
-    }
+    HidCollectionRecord& record = *record_;
+    record.IsRegistered.store(0, std::memory_order_relaxed);
+    if (record.SensorObject == nullptr)
+        return;
+    // The lists die with the SENSOROBJECT; the strings and CLSIDs their values
+    // own are task memory and go first.
+    ReleaseListValues(record.EnumerationProperties);
+    ReleaseListValues(record.SensorProperties);
+    ReleaseListValues(record.DataFieldProperties);
+    ReleaseListValues(record.Thresholds);
+    ReleaseListValues(record.Data);
+    WdfObjectDelete(record.SensorObject);
+    record.SensorObject = nullptr;
+    record.EnumerationProperties = nullptr;
+    record.SensorProperties = nullptr;
+    record.SupportedDataFields = nullptr;
+    record.DataFieldProperties = nullptr;
+    record.Thresholds = nullptr;
+    record.Data = nullptr;
 }
 
 NTSTATUS HidSensor::ReadCapabilities()

@@ -63,8 +63,7 @@ TEST(Discovery, ContainerOfAccelerometerActivityAndPedometerGivesThreeObjectsOfT
     }
     // Each custom child is classified twice: by discovery, then for its name.
     EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{2, 2, 3, 3}));
-    // The custom sensors cannot register yet, and say so.
-    EXPECT_EQ(Module().enumerateStatus, STATUS_NOT_IMPLEMENTED);
+    EXPECT_EQ(Module().enumerateStatus, STATUS_SUCCESS);
 
     const ULONG feature = bed.Hid()->Caps().FeatureReportByteLength;
     const std::vector<std::pair<ULONG, ULONG>> expected = {
@@ -269,9 +268,9 @@ TEST(Discovery, FailingRequestsAndImpossibleAnswersCreateNoSensors)
     };
     const Case cases[] = {
         {"information fails", IOCTL_HID_GET_COLLECTION_INFORMATION, {}, None, STATUS_DEVICE_NOT_CONNECTED, 0},
-        {"serial fails", IOCTL_HID_GET_SERIALNUMBER_STRING, {}, None, STATUS_NOT_IMPLEMENTED, 8},
-        {"manufacturer fails", IOCTL_HID_GET_MANUFACTURER_STRING, {}, None, STATUS_NOT_IMPLEMENTED, 8},
-        {"product fails", IOCTL_HID_GET_PRODUCT_STRING, {}, None, STATUS_NOT_IMPLEMENTED, 8},
+        {"serial fails", IOCTL_HID_GET_SERIALNUMBER_STRING, {}, None, STATUS_SUCCESS, 8},
+        {"manufacturer fails", IOCTL_HID_GET_MANUFACTURER_STRING, {}, None, STATUS_SUCCESS, 8},
+        {"product fails", IOCTL_HID_GET_PRODUCT_STRING, {}, None, STATUS_SUCCESS, 8},
         {"descriptor fails", IOCTL_HID_GET_COLLECTION_DESCRIPTOR, {}, None, STATUS_DEVICE_NOT_CONNECTED, 4},
         {"size 0", 0, 0, None, STATUS_SUCCESS, 4},
         {"size 0, product fails", 0, 0, NoProduct, STATUS_INVALID_PARAMETER, 4},
@@ -302,7 +301,7 @@ TEST(Discovery, FailingRequestsAndImpossibleAnswersCreateNoSensors)
             host::FaultInjector::Instance().FailIoctl(c.failingIoctl, 1, STATUS_DEVICE_NOT_CONNECTED);
         ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
         EXPECT_EQ(Module().enumerateStatus, c.enumerate);
-        EXPECT_EQ(bed.Hid()->SensorCount(), c.enumerate == STATUS_NOT_IMPLEMENTED ? 3u : 0u);
+        EXPECT_EQ(bed.Hid()->SensorCount(), c.calls == 8 ? 3u : 0u);
         EXPECT_EQ(bed.Shim().Calls().size(), c.calls);
     }
 }

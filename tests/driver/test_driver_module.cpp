@@ -1,5 +1,7 @@
 #include "tests/driver/test_driver_module.h"
 
+#include "platform/sensorscx.h"
+#include "tests/driver/test_sensor_callbacks.h"
 #include "tracing/trace_provider.h"
 
 namespace {
@@ -64,8 +66,15 @@ NTSTATUS DeviceAdd(WDFDRIVER, PWDFDEVICE_INIT deviceInit)
     callbacks.EvtDeviceReleaseHardware = ReleaseHardware;
     WdfDeviceInitSetPnpPowerEventCallbacks(deviceInit, &callbacks);
 
+    NTSTATUS status = SensorsCxDeviceInitConfig(deviceInit, &attributes, 0);
+    if (!NT_SUCCESS(status))
+        return status;
     WDFDEVICE device = nullptr;
-    return WdfDeviceCreate(&deviceInit, &attributes, &device);
+    status = WdfDeviceCreate(&deviceInit, &attributes, &device);
+    if (!NT_SUCCESS(status))
+        return status;
+    SENSOR_CONTROLLER_CONFIG sensorCallbacks = testdriver::TestSensorCallbacks();
+    return SensorsCxDeviceInitialize(device, &sensorCallbacks);
 }
 
 void DriverUnload(WDFDRIVER)

@@ -1,6 +1,8 @@
 // A small driver module for the tests: its prepare-hardware creates a
 // HidDevice, opens it and enumerates the sensors; D0 entry and exit start and
-// stop the reader; release-hardware closes and destroys the HidDevice.
+// stop the reader; release-hardware closes and destroys the HidDevice. Device
+// add binds the device to the class extension with callbacks that reach the
+// sensor objects through their SENSOROBJECT context.
 #pragma once
 
 #include "hid/hid_device.h"

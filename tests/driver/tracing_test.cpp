@@ -2,6 +2,7 @@
 // message classes a session receives.
 #include <gtest/gtest.h>
 
+#include "host/common/fault_injection.h"
 #include "tests/driver/driver_test_bed.h"
 #include "tracing/trace.h"
 #include "tracing/trace_provider.h"
@@ -32,13 +33,14 @@ TEST(Tracing, SessionLevelAndFlagsSelectTheClassesAndUnloadUnregisters)
     // Errors only: every line starts with a failure status; one names the sensor.
     bed.Session().Enable(kTraceControlGuid, kTraceLevelError, 0x20);
     bed.Trace().Clear();
+    host::FaultInjector::Instance().FailNth(host::FaultPoint::SensorsCxSensorCreate, 1, STATUS_DEVICE_NOT_CONNECTED);
     ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
     bool namesTheSensor = false;
     for (const std::string& line : bed.Trace().Lines()) {
         const std::size_t status = line.find(' ', line.find(' ') + 1) + 1;
         EXPECT_EQ(line.compare(status, 3, "0xC"), 0) << line;
         namesTheSensor |= line.find("\"HID Sensor Collection V2: Activity-0\"") != std::string::npos &&
-                          line.find("0xC0000002") != std::string::npos;
+                          line.find("0xC000009D") != std::string::npos;
     }
     EXPECT_TRUE(namesTheSensor);
 

@@ -1,0 +1,32 @@
+// The lists a sensor publishes: framework memory parented to the SENSOROBJECT,
+// allocated once and overwritten in place, and the size-query pattern every
+// list callback answers with.
+#pragma once
+
+#include "platform/sensorscx.h"
+
+// A zeroed SENSOR_COLLECTION_LIST of `count` entries (8 + 48 count bytes) with
+// AllocatedSizeInBytes and Count set, its memory parented to `sensor`.
+NTSTATUS CreateCollectionList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* list) noexcept;
+// A zeroed SENSOR_PROPERTY_LIST of `count` keys (8 + 20 count bytes), likewise.
+NTSTATUS CreatePropertyList(SENSOROBJECT sensor, ULONG count, PSENSOR_PROPERTY_LIST* list) noexcept;
+
+// Sets entry `index` to `key` and the value made by an InitPropVariantFrom*
+// call. A value that cannot be made (no task memory) leaves the entry VT_EMPTY
+// under its key: the list keeps its shape and the failure is traced.
+void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, PCWSTR text) noexcept;
+void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, const GUID& clsid) noexcept;
+void SetEntryUInt32(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, ULONG value) noexcept;
+void SetEntryFloat(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, float value) noexcept;
+
+// Frees what the values of the first Count entries own (strings, CLSIDs).
+void ReleaseListValues(PSENSOR_COLLECTION_LIST list) noexcept;
+
+// The size-query pattern. `size` absent: STATUS_INVALID_PARAMETER. `target`
+// absent: the size the source needs. A target whose AllocatedSizeInBytes is
+// smaller: STATUS_INSUFFICIENT_RESOURCES and size 0. Otherwise the copy's
+// status, with the needed size on success and 0 on failure.
+NTSTATUS AnswerCollectionList(const SENSOR_COLLECTION_LIST* source, PSENSOR_COLLECTION_LIST target,
+                              ULONG* size) noexcept;
+NTSTATUS AnswerPropertyList(const SENSOR_PROPERTY_LIST* source, PSENSOR_PROPERTY_LIST target,
+                            ULONG* size) noexcept;
