@@ -48,16 +48,14 @@ ExtentItem ExtentOf(const Item& item)
     return {item.data, item.size};
 }
 
-bool ApplyUnitExponent(GlobalState& state, const Item& item, ParseError& error)
+void ApplyUnitExponent(GlobalState& state, const Item& item)
 {
     // The HID document gives the exponent as a 4-bit two's complement nibble
     // (0x0E = -2); some devices write a signed byte instead (0xFE = -2). Both
-    // map to the same 4-bit code, which is what the capability carries.
-    const std::int32_t value = item.Signed();
-    if (value < -8 || value > 15)
-        return Fail(error, item, "Unit Exponent " + std::to_string(value) + " outside -8..15");
-    state.unitExponentCode = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) & 0x0F);
-    return true;
+    // map to the same 4-bit code, which is what the capability carries. Any
+    // other value keeps its low nibble as well: the exponent only describes
+    // the data, so a wrong one is no reason to refuse the device.
+    state.unitExponentCode = static_cast<std::uint8_t>(item.data & 0x0F);
 }
 
 }  // namespace
@@ -84,7 +82,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     case kLogicalMaximum: state.logicalMaximum = ExtentOf(item); return true;
     case kPhysicalMinimum: state.physicalMinimum = ExtentOf(item); return true;
     case kPhysicalMaximum: state.physicalMaximum = ExtentOf(item); return true;
-    case kUnitExponent: return ApplyUnitExponent(state, item, error);
+    case kUnitExponent: ApplyUnitExponent(state, item); return true;
     case kUnit: state.unit = item.data; return true;
     case kReportSize:
         if (item.data == 0) return Fail(error, item, "Report Size 0");
@@ -115,7 +113,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
         if (globals.pushDepth == 0) return Fail(error, item, "Pop without Push");
         state = globals.saved[--globals.pushDepth];
         return true;
-    default: return Fail(error, item, "reserved global item tag " + std::to_string(item.tag));
+    default: return true;  // reserved tag: describes nothing we place, skipped
     }
 }
 
@@ -174,12 +172,12 @@ bool AddBound(PendingBound& bound, bool isMinimum, const Item& item, const char*
     return true;
 }
 
-bool AddUsage(LocalState& locals, const LocalUsage& usage, const Item& item, ParseError& error)
+bool AddUsage(LocalState& locals, LocalUsage usage, const Item& item, ParseError& error)
 {
-    // Inside a delimiter set only the first usage counts; the others are
-    // alternative names for the same control.
+    // The usages of a delimiter set are names of one control: the first
+    // takes the control's place, the others are its aliases.
     if (locals.delimiterOpen) {
-        if (locals.delimiterUsageTaken) return true;
+        usage.isAlias = locals.delimiterUsageTaken;
         locals.delimiterUsageTaken = true;
     }
     if (locals.usages.size() == limits::kMaxUsagesPerMainItem)
@@ -289,7 +287,7 @@ bool ApplyLocalItem(LocalState& locals, const Item& item, ParseError& error)
             return true;
         }
         return Fail(error, item, "Delimiter " + std::to_string(item.data) + " is neither open (1) nor close (0)");
-    default: return Fail(error, item, "reserved local item tag " + std::to_string(item.tag));
+    default: return true;  // reserved tag: describes nothing we place, skipped
     }
 }
 

@@ -27,8 +27,17 @@ int ReportParseError(const CLI::App& app, const CLI::ParseError& error, std::ost
         out << "hidsensor 1.0\n";
         return 0;
     }
-    err << "hidsensor: " << error.what() << "\nRun 'hidsensor --help' or 'hidsensor COMMAND --help' for usage.\n";
+    const std::string command = app.get_parent() != nullptr ? "hidsensor " + app.get_name() : "hidsensor";
+    err << command << ": " << error.what() << " (see '" << command << " --help')\n";
     return kUsageError;
+}
+
+bool HasCommand(const CLI::App& app, const std::string& name)
+{
+    for (const CLI::App* command : app.get_subcommands({}))
+        if (command->get_name() == name)
+            return true;
+    return false;
 }
 
 }  // namespace
@@ -68,6 +77,11 @@ int RunCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
         "demo", "Run the driver on the built-in demo device for a minute of virtual time and summarize.");
     demoCommand->add_flag("--json", demoJson, "print the run's events, one JSON object a line");
 
+    // CLI11 would take an unknown command for a stray argument.
+    if (!args.empty() && !args[0].empty() && args[0][0] != '-' && !HasCommand(app, args[0])) {
+        err << "hidsensor: unknown command '" << args[0] << "' (see 'hidsensor --help')\n";
+        return kUsageError;
+    }
     std::vector<std::string> reversed(args.rbegin(), args.rend());
     try {
         app.parse(reversed);

@@ -24,6 +24,10 @@ enum DemoSensor : std::uint8_t {
     kSimpleOrientation,
 };
 constexpr int kPublishedSensors = 6;  // all but the accelerometer
+// Every input report of a read is as long as the longest of the collection
+// (the activity sensor's: ID, two selectors, seven 32-bit words); shorter
+// reports are padded with zeros, as the HID class driver delivers them.
+constexpr std::size_t kInputReportLength = 3 + 7 * 4;
 
 SensorSpec Accelerometer()
 {
@@ -85,6 +89,7 @@ public:
             for (int b = 0; b < bytesEach; ++b)
                 report.push_back(static_cast<std::uint8_t>(value >> (8 * b)));
         }
+        report.resize(kInputReportLength, 0);
         steps_.push_back(InputStep{report});
     }
 

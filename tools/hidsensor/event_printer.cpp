@@ -48,13 +48,18 @@ void EventPrinter::Print(const Event& event)
     const std::string text = style_ == Style::Json ? EventJson(event) + "\n" : HumanLine(event);
     std::lock_guard lock(mutex_);
     out_ << text << std::flush;
+    CountEvent(event.name);
+}
+
+void EventPrinter::CountEvent(const std::string& eventName)
+{
     for (auto& [name, count] : counts_) {
-        if (name == event.name) {
+        if (name == eventName) {
             ++count;
             return;
         }
     }
-    counts_.emplace_back(event.name, 1);
+    counts_.emplace_back(eventName, 1);
 }
 
 std::uint64_t EventPrinter::Count(const std::string& name) const

@@ -4,10 +4,13 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host/sensorscx/list_copy.h"
 
 namespace hidsensor {
 
@@ -18,6 +21,9 @@ struct Event {
     std::vector<std::pair<std::string, std::string>> fields;
     // For the readable rendering only: lines shown under the event (list entries).
     std::vector<std::string> details;
+    // For other renderings: the list or keys behind "list", "values" or "enumeration".
+    std::optional<host::sensorscx::CollectionListCopy> list;
+    std::vector<PROPERTYKEY> keys;
 
     Event& Add(std::string field, std::string json)
     {
@@ -31,15 +37,19 @@ public:
     enum class Style { Json, Human };
 
     EventPrinter(std::ostream& out, Style style) : out_(out), style_(style) {}
+    virtual ~EventPrinter() = default;
 
     // Thread-safe: samples and violations arrive on the driver's threads.
-    void Print(const Event& event);
+    virtual void Print(const Event& event);
     std::uint64_t Count(const std::string& name) const;
 
-private:
+protected:
+    void CountEvent(const std::string& name);
     std::ostream& out_;
-    const Style style_;
     mutable std::mutex mutex_;
+
+private:
+    const Style style_;
     std::vector<std::pair<std::string, std::uint64_t>> counts_;
 };
 

@@ -9,5 +9,11 @@
 int main(int argc, char** argv)
 {
     const std::vector<std::string> args(argv + 1, argv + argc);
-    return hidsensor::RunCommandLine(args, std::cout, std::cerr);
+    const int status = hidsensor::RunCommandLine(args, std::cout, std::cerr);
+    std::cout << std::flush;
+    if (!std::cout) {
+        std::cerr << "hidsensor: cannot write to standard output\n";
+        return 1;
+    }
+    return status;
 }

@@ -245,6 +245,7 @@ private:
             event.Add("sensor", std::to_string(index));
             event.Add("enumeration", sx::CollectionListJson(info.enumeration));
             event.details = ListLines(info.enumeration);
+            event.list = info.enumeration;
             printer_.Print(event);
         }));
         clientSubscriptions_.push_back(client_->Subscribe([this](const sx::Sample& sample) {
@@ -253,6 +254,7 @@ private:
             event.Add("sensor", index ? std::to_string(*index) : std::string("null"));
             event.Add("values", sx::CollectionListJson(sample.values));
             event.details = ListLines(sample.values);
+            event.list = sample.values;
             printer_.Print(event);
         }));
     }
@@ -386,9 +388,11 @@ private:
             event.Add("list", sx::PropertyListJson(result.keys->data(), static_cast<ULONG>(result.keys->size())));
             for (const PROPERTYKEY& key : *result.keys)
                 event.details.push_back(sx::FormatPropertyKey(key));
+            event.keys = *result.keys;
         } else if (result.list) {
             event.Add("list", sx::CollectionListJson(*result.list));
             event.details = ListLines(*result.list);
+            event.list = *result.list;
         }
         if (result.ms)
             event.Add("ms", std::to_string(*result.ms));
