@@ -20,8 +20,14 @@ NTSTATUS DriverEntry(PDRIVER_OBJECT driverObject, PUNICODE_STRING registryPath)
     config.EvtDriverDeviceAdd = DeviceAdd;
     config.EvtDriverUnload = DriverUnload;
     const NTSTATUS status = WdfDriverCreate(driverObject, registryPath, nullptr, &config, nullptr);
-    if (!NT_SUCCESS(status))
+    if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status);
+        TRACE_EXIT(status);
+        // A driver whose entry fails is never unloaded: nothing else would
+        // unregister the provider.
+        StopTracing();
+        return status;
+    }
 
     TRACE_EXIT(status);
     return status;

@@ -11,6 +11,7 @@
 #include "driver/sensor_callbacks.h"
 #include "driver/sensor_device.h"
 #include "hid/hid_device.h"
+#include "host/common/fault_injection.h"
 #include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
 #include "host/hidsim/simulated_hid_device.h"
@@ -18,6 +19,7 @@
 #include "host/sensorscx/violations.h"
 #include "sensors/hid_sensor.h"
 #include "sensors/sensor_instance_extension.h"
+#include "tracing/trace_provider.h"
 
 namespace {
 
@@ -163,6 +165,32 @@ TEST(DriverModule, PowerAndReleaseBeforePrepareDoNothing)
     EXPECT_EQ(D0Exit(device, WdfPowerDeviceD3), STATUS_SUCCESS);
     EXPECT_EQ(ReleaseHardware(device, nullptr), STATUS_SUCCESS);
     EXPECT_EQ(bed.Context()->IsPrepared, 0u);
+}
+
+TEST(DriverModule, FailuresOfEntryAndDeviceAddAreReturnedAndLeaveNothing)
+{
+    struct Case {
+        host::FaultPoint point;
+        bool atEntry;
+    } cases[] = {
+        {host::FaultPoint::DriverCreate, true},
+        {host::FaultPoint::SensorsCxDeviceInitConfig, false},
+        {host::FaultPoint::DeviceCreate, false},
+        {host::FaultPoint::SensorsCxDeviceInitialize, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(host::FaultPointName(c.point));
+        ModuleBed bed(AccelerometerDevice());
+        host::FaultInjector::Instance().Reset();
+        host::FaultInjector::Instance().FailNth(c.point, 1, STATUS_INSUFFICIENT_RESOURCES);
+        const NTSTATUS entry = bed.Load();
+        EXPECT_EQ(entry, c.atEntry ? STATUS_INSUFFICIENT_RESOURCES : STATUS_SUCCESS);
+        EXPECT_EQ(TracingStarted(), !c.atEntry);
+        if (!c.atEntry) {
+            EXPECT_EQ(bed.Add(), STATUS_INSUFFICIENT_RESOURCES);
+        }
+        host::FaultInjector::Instance().Reset();
+    }
 }
 
 TEST(DriverModule, CallbacksOnADeviceWithoutContextFail)
