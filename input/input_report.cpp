@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "sensors/feature_interim.h"
+#include "feature/value_scaling.h"
 #include "hid/hid_device.h"
 #include "platform/propsys.h"
 #include "platform/system.h"
@@ -199,7 +199,7 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
             continue;
         const USAGE usage = cap.NotRange.Usage;
         LONG exponent = static_cast<LONG>(cap.UnitsExp);
-        DecodeUnitExponent(&exponent);
+        DecodeUnitExponent(exponent);
 
         ULONG raw = 0;
         NTSTATUS read = STATUS_SUCCESS;
@@ -236,9 +236,9 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
         const bool isBooleanArray = base == kCustomBooleanArrayUsage;
         const ULONG k = isBooleanArray ? 0 : static_cast<ULONG>(base - kCustomValueAllUsage);
         const PROPERTYKEY& key = isBooleanArray ? kCustomBooleanArrayKey : kCustomValueKeys[k - 1];
-        ULONG& seen = isBooleanArray ? cache.booleanArraySeen : cache.dataFieldSeen[k];
-        if (seen == 0) {
-            seen = 1;
+        std::atomic<ULONG>& seen = isBooleanArray ? cache.booleanArraySeen : cache.dataFieldSeen[k];
+        if (seen.load(std::memory_order_relaxed) == 0) {
+            seen.store(1, std::memory_order_relaxed);
             value.vt = VT_UI4;
             value.ulVal = holding[k];
             const NTSTATUS announced = UpdateDataField(&key, &value);
@@ -263,14 +263,14 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
                 value.ulVal = holding[k];
             }
         } else {
-            const float maximum = ResolveFieldBound(record.DefaultMaximum, cache.DataFieldMaximum[k].Present,
-                                                    cache.DataFieldMaximum[k].Value, cache.DataFieldMaximum[0].Present,
-                                                    cache.DataFieldMaximum[0].Value, cache.Maximum.Present,
-                                                    cache.Maximum.Value);
-            const float minimum = ResolveFieldBound(record.DefaultMinimum, cache.DataFieldMinimum[k].Present,
-                                                    cache.DataFieldMinimum[k].Value, cache.DataFieldMinimum[0].Present,
-                                                    cache.DataFieldMinimum[0].Value, cache.Minimum.Present,
-                                                    cache.Minimum.Value);
+            const float maximum = ResolveFieldBound(record.DefaultMaximum, cache.FieldMaximum[k].IsPresent(),
+                                                    cache.FieldMaximum[k].Get(), cache.FieldMaximum[0].IsPresent(),
+                                                    cache.FieldMaximum[0].Get(), cache.Maximum.IsPresent(),
+                                                    cache.Maximum.Get());
+            const float minimum = ResolveFieldBound(record.DefaultMinimum, cache.FieldMinimum[k].IsPresent(),
+                                                    cache.FieldMinimum[k].Get(), cache.FieldMinimum[0].IsPresent(),
+                                                    cache.FieldMinimum[0].Get(), cache.Minimum.IsPresent(),
+                                                    cache.Minimum.Get());
             float tested = 0.0f;
             if (exponent != 0) {
                 const float scaled = static_cast<float>(ScaleToFloat(cap.LogicalMin, raw, signedValue, exponent));

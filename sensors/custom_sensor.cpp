@@ -1,7 +1,10 @@
 #include "sensors/custom_sensor.h"
 
+#include <bit>
 #include <cstring>
+#include <iterator>
 
+#include "feature/feature_report.h"
 #include "platform/sensorsutils.h"
 #include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
@@ -84,6 +87,11 @@ NTSTATUS CustomSensor::Uninitialize()
     TRACE_ENTRY();
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
+}
+
+NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
+{
+    return ReadSensorFeatureReport(*this, *cache_, writeSettings);
 }
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
@@ -219,7 +227,7 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
         if (thresholds != nullptr)
-            InitPropVariantFromFloat(cache_->ChangeSensitivityOfSlot(1), &own->List[0].Value);
+            InitPropVariantFromFloat(cache_->FieldChangeSensitivity[1].Get(), &own->List[0].Value);
         status = AnswerCollectionList(own, thresholds, size);
     }
     if (!NT_SUCCESS(status))
@@ -264,6 +272,21 @@ NTSTATUS CustomSensor::DeviceIoControl(SENSOROBJECT /*sensor*/, WDFREQUEST /*req
     return STATUS_SUCCESS;
 }
 
+void CustomSensor::IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept
+{
+    indexedData_ = nullptr;
+    std::memset(customFieldEntries_, 0, sizeof(customFieldEntries_));
+    if (data == nullptr || data->Count > 64)
+        return;
+    for (ULONG i = 1; i < data->Count; ++i) {
+        const PROPERTYKEY& key = data->List[i].Key;
+        const ULONG slot = key.pid - kCustomUsageKey.pid;
+        if (slot < std::size(customFieldEntries_) && IsEqualGUID(key.fmtid, kCustomDataFmtid))
+            customFieldEntries_[slot] |= ULONGLONG{1} << i;
+    }
+    indexedData_ = data;
+}
+
 NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
 {
     PSENSOR_COLLECTION_LIST data = Record()->Data;
@@ -271,14 +294,22 @@ NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT
         return STATUS_SUCCESS;
     const ULONG fields = data->Count;
     ULONG& pending = cache_->PendingFieldCount;
-    for (ULONG i = 1; i < fields; ++i) {
-        SENSOR_VALUE_PAIR& entry = data->List[i];
-        if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
-            std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
+    const ULONG slot = key->pid - kCustomUsageKey.pid;
+    if (data == indexedData_ && slot < std::size(customFieldEntries_) && IsEqualGUID(key->fmtid, kCustomDataFmtid)) {
+        for (ULONGLONG entries = customFieldEntries_[slot]; entries != 0; entries &= entries - 1) {
+            std::memcpy(&data->List[std::countr_zero(entries)].Value, value, sizeof(PROPVARIANT));
             ++pending;
         }
+    } else {
+        for (ULONG i = 1; i < fields; ++i) {
+            SENSOR_VALUE_PAIR& entry = data->List[i];
+            if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
+                std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
+                ++pending;
+            }
+        }
     }
-    if (fields == 0 || pending != fields - 1)
+    if (pending != fields - 1)
         return STATUS_SUCCESS;
     // The class extension takes its copy during the call; the result changes nothing here.
     SensorsCxSensorDataReady(Record()->SensorObject, data);

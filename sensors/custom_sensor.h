@@ -12,7 +12,7 @@
 
 #include <atomic>
 
-#include "sensors/feature_interim.h"
+#include "feature/sensor_property_cache.h"
 #include "hid/custom_sensor_kind.h"
 #include "input/input_report.h"
 #include "sensors/hid_sensor.h"
@@ -48,6 +48,10 @@ public:
     // STATUS_NOT_SUPPORTED completion is not wanted for custom sensors.
     NTSTATUS DeviceIoControl(SENSOROBJECT sensor, WDFREQUEST request, SIZE_T outputBufferLength,
                              SIZE_T inputBufferLength, ULONG ioControlCode) override;
+    // Fetches and parses the feature report into the cache, then writes the
+    // requested settings back (thresholds and vendor values only when
+    // writeSettings is 1). Serialised per sensor.
+    NTSTATUS ReadFeatureReport(ULONG writeSettings) override;
     // Stores the field in the data list and delivers the sample once every
     // data field but the timestamp has been updated since the last reset.
     NTSTATUS UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value) override;
@@ -57,7 +61,7 @@ public:
     // Creates the platform sensor, binds it to this object and publishes its lists.
     virtual NTSTATUS RegisterSensor();
 
-    SensorPropertyCache* Cache() const noexcept { return cache_; }
+    SensorPropertyCache* PropertyCache() const noexcept { return cache_; }
 
 protected:
     // STATUS_UNSUCCESSFUL unless `sensor` is this object's own SENSOROBJECT.
@@ -74,7 +78,17 @@ private:
     NTSTATUS HandleCommonInputUsage(USHORT usage, LONG signedValue, ULONG raw,
                                     SensorStateAndEvent* decoded, bool* handled);
 
+    // Records where each custom data key sits in `data`, so that an update
+    // finds its entries without scanning the list.
+    void IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept;
+
     SensorPropertyCache* cache_ = nullptr;
+    // The data list the index below was built for (null: none), and per custom
+    // data pid 5..34 the entries holding it, one bit per entry. The keys of a
+    // data list never change, so the index stays exact; a list of more than
+    // 64 entries is not indexed and is scanned instead.
+    PSENSOR_COLLECTION_LIST indexedData_ = nullptr;
+    ULONGLONG customFieldEntries_[30] = {};
     // Once-only diagnostics of the input path.
     bool stateAsValueNoted_ = false;
     bool eventAsValueNoted_ = false;

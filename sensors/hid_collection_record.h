@@ -47,7 +47,7 @@ struct HidCollectionRecord : HeapObject {
     // What clients asked the device for; written to it by the feature write-back.
     std::atomic<ULONG> RequestedReportingState{0};  // 1 report events, 0 none
     std::atomic<ULONG> RequestedPowerState{0};      // 2 full, 1 low, 0 off
-    ULONG SettingsApplied = 0;
+    std::atomic<ULONG> SettingsApplied{0};  // set after a reporting and power state write
 
     // The platform sensor and the six lists published for it. The lists are
     // framework memory parented to the SENSOROBJECT and die with it.
@@ -84,6 +84,7 @@ struct HidCollectionRecord : HeapObject {
 
     // Which standard properties the feature report carried.
     ULONG FeaturePropertyFlags[kFeaturePropertyFlagCount] = {};
+    ULONG FeatureSummaryTraced = 0;  // the feature report summary goes out once per sensor
 
     // Change sensitivities per data-field position; custom value k uses k + 2.
     std::atomic<float> DataThresholds[kThresholdPositions] = {};

@@ -67,30 +67,44 @@ NTSTATUS CustomSensor::BuildDataFieldKeys()
     const UCHAR reportId = static_cast<UCHAR>(record.InputReportId + record.SensorIndex);
     const std::size_t capCount = record.InputValueCaps.Count();
 
-    // One key per matching capability at most, and the timestamp.
-    if (!cache.DataFieldKeys.AllocateZeroed(capCount + 1))
-        return STATUS_NO_MEMORY;
-    ULONG count = 0;
-    cache.DataFieldKeys[count++] = &kTimestampKey;
+    // The key of each capability of the sensor's report that is a data field;
+    // a usage listed twice is a field twice.
+    auto keyOf = [](USAGE usage) -> const PROPERTYKEY* {
+        if (usage == kCustomUsageUsage)
+            return &kCustomUsageKey;
+        if (usage == kCustomBooleanArrayUsage)
+            return &kCustomBooleanArrayKey;
+        if (usage >= kFirstCustomValueUsage && usage <= kLastCustomValueUsage)
+            return &kCustomValueKeys[usage - kFirstCustomValueUsage];
+        return nullptr;
+    };
+    std::size_t count = 1;
     for (std::size_t i = 0; i < capCount; ++i) {
         const HIDP_VALUE_CAPS& cap = record.InputValueCaps[i];
-        if (cap.ReportID != reportId)
-            continue;
+        if (cap.ReportID == reportId && keyOf(cap.NotRange.Usage) != nullptr)
+            ++count;
+    }
+    if (!cache.DataFieldKeys.AllocateZeroed(count))
+        return STATUS_NO_MEMORY;
+
+    std::size_t next = 0;
+    cache.DataFieldKeys[next++] = &kTimestampKey;
+    for (std::size_t i = 0; i < capCount; ++i) {
+        const HIDP_VALUE_CAPS& cap = record.InputValueCaps[i];
         const USAGE usage = cap.NotRange.Usage;  // UsageMin for a range
+        const PROPERTYKEY* key = keyOf(usage);
+        if (cap.ReportID != reportId || key == nullptr)
+            continue;
+        cache.DataFieldKeys[next++] = key;
         if (usage == kCustomUsageUsage) {
-            cache.DataFieldKeys[count++] = &kCustomUsageKey;
             cache.CustomUsagePresent = 1;
-            ParseHexUsage(cache.Description.Text, &cache.CustomUsageValue);
+            ParseHexUsage(cache.Description.Text, &cache.CustomUsage);
         } else if (usage == kCustomBooleanArrayUsage) {
-            cache.DataFieldKeys[count++] = &kCustomBooleanArrayKey;
-            cache.booleanArraySeen = 1;
-        } else if (usage >= kFirstCustomValueUsage && usage <= kLastCustomValueUsage) {
-            const int k = usage - kCustomValueAllUsage;
-            cache.DataFieldKeys[count++] = &kCustomValueKeys[k - 1];
-            cache.dataFieldSeen[k] = 1;
+            cache.booleanArraySeen.store(1, std::memory_order_relaxed);
+        } else {
+            cache.dataFieldSeen[usage - kCustomValueAllUsage].store(1, std::memory_order_relaxed);
         }
     }
-    cache.DataFieldCount = count;
     return STATUS_SUCCESS;
 }
 
@@ -110,7 +124,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         TRACE_EXIT(status);
         return status;
     }
-    const ULONG fieldCount = cache.DataFieldCount;
+    const ULONG fieldCount = static_cast<ULONG>(cache.DataFieldKeys.Count());
 
     // Discovery's instance names are not GUID strings: a new ID each time the
     // device is prepared.
@@ -118,7 +132,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         CoCreateGuid(&record.PersistentUniqueId);
 
     WCHAR subtypeText[kVendorSubtypeChars] = {};
-    WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsageValue});
+    WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsage});
     WideAppend(subtypeText, kVendorSubtypeChars, u"-766d-4333-8262-27e82dd158b1}");
     GUID vendorSubtype = {};
     if (FAILED(CLSIDFromString(subtypeText, &vendorSubtype)))
@@ -181,6 +195,7 @@ NTSTATUS CustomSensor::RegisterSensor()
             InitPropVariantFromFileTime(&now, &data->List[0].Value);
             for (ULONG i = 1; i < fieldCount; ++i)
                 SetEntryFloat(data, i, *cache.DataFieldKeys[i], 0.0f);
+            IndexDataFields(data);
         }
     }
     if (NT_SUCCESS(status)) {
@@ -190,7 +205,7 @@ NTSTATUS CustomSensor::RegisterSensor()
             record.SensorProperties = properties;
             SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
             SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-            SetEntryUInt32(properties, 2, kHidUsageKey, cache.CustomUsageValue);
+            SetEntryUInt32(properties, 2, kHidUsageKey, cache.CustomUsage);
             SetEntryUInt32(properties, 3, kSensorStateKey, 0);
             SetEntryUInt32(properties, 4, kMinimumDataIntervalKey,
                            record.MinimumReportInterval.load(std::memory_order_relaxed));
@@ -212,7 +227,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         PSENSOR_COLLECTION_LIST thresholds = nullptr;
         if (NT_SUCCESS(CreateCollectionList(sensor, kThresholdEntries, &thresholds))) {
             record.Thresholds = thresholds;
-            SetEntryFloat(thresholds, 0, kThresholdKey, cache.ChangeSensitivityOfSlot(1));
+            SetEntryFloat(thresholds, 0, kThresholdKey, cache.FieldChangeSensitivity[1].Get());
         } else {
             status = STATUS_INSUFFICIENT_RESOURCES;
         }

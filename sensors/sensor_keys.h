@@ -28,7 +28,6 @@ inline constexpr PROPERTYKEY kTimestampKey = {kSensorDataFmtid, 2};
 inline constexpr PROPERTYKEY kThresholdKey = {kSensorDataFmtid, 161};
 inline constexpr PROPERTYKEY kCustomUsageKey = {kCustomDataFmtid, 5};
 inline constexpr PROPERTYKEY kCustomBooleanArrayKey = {kCustomDataFmtid, 6};
-inline constexpr int kCustomValueCount = 28;
 
 namespace sensor_keys_detail {
 constexpr PROPERTYKEY CustomValueKey(int k)
@@ -38,7 +37,7 @@ constexpr PROPERTYKEY CustomValueKey(int k)
 }  // namespace sensor_keys_detail
 
 // Custom value k (1..28) is kCustomValueKeys[k - 1], pid 6 + k.
-inline constexpr PROPERTYKEY kCustomValueKeys[kCustomValueCount] = {
+inline constexpr PROPERTYKEY kCustomValueKeys[28] = {
 #define HIDSENSOR_CV(k) sensor_keys_detail::CustomValueKey(k)
     HIDSENSOR_CV(1),  HIDSENSOR_CV(2),  HIDSENSOR_CV(3),  HIDSENSOR_CV(4),  HIDSENSOR_CV(5),
     HIDSENSOR_CV(6),  HIDSENSOR_CV(7),  HIDSENSOR_CV(8),  HIDSENSOR_CV(9),  HIDSENSOR_CV(10),

@@ -61,8 +61,9 @@ TEST(Discovery, ContainerOfAccelerometerActivityAndPedometerGivesThreeObjectsOfT
         EXPECT_EQ(nodes[record.LinkCollection].Parent, 0);
         EXPECT_EQ(nodes[record.LinkCollection].LinkUsage, record.Usage);
     }
-    // Each custom child is classified twice: by discovery, then for its name.
-    EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{2, 2, 3, 3}));
+    // Each custom child is classified twice: by discovery, then for its name;
+    // then Initialize reads each feature report and writes its interval back.
+    EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{2, 2, 3, 3, 2, 2, 3, 3}));
     EXPECT_EQ(Module().enumerateStatus, STATUS_SUCCESS);
 
     const ULONG feature = bed.Hid()->Caps().FeatureReportByteLength;
@@ -71,11 +72,13 @@ TEST(Discovery, ContainerOfAccelerometerActivityAndPedometerGivesThreeObjectsOfT
         {IOCTL_HID_GET_MANUFACTURER_STRING, 252}, {IOCTL_HID_GET_PRODUCT_STRING, 252},
         {IOCTL_HID_GET_COLLECTION_DESCRIPTOR, bed.Hid()->PreparsedDataLength()},
         {IOCTL_HID_GET_FEATURE, feature}, {IOCTL_HID_GET_FEATURE, feature},
-        {IOCTL_HID_GET_FEATURE, feature}, {IOCTL_HID_GET_FEATURE, feature}};
+        {IOCTL_HID_GET_FEATURE, feature}, {IOCTL_HID_GET_FEATURE, feature},
+        {IOCTL_HID_GET_FEATURE, feature}, {IOCTL_HID_SET_FEATURE, feature}, {IOCTL_HID_GET_FEATURE, feature},
+        {IOCTL_HID_GET_FEATURE, feature}, {IOCTL_HID_SET_FEATURE, feature}, {IOCTL_HID_GET_FEATURE, feature}};
     std::vector<std::pair<ULONG, ULONG>> seen;
     for (const EndpointShim::Call& call : bed.Shim().Calls()) {
         seen.emplace_back(call.ioctlCode, call.outputLength);
-        EXPECT_EQ(call.inputLength, 0u);
+        EXPECT_EQ(call.inputLength, call.ioctlCode == IOCTL_HID_SET_FEATURE ? feature : 0u);
     }
     EXPECT_EQ(seen, expected);
 }
@@ -127,13 +130,13 @@ TEST(Classification, DeviceAnswersDecideTheKindAndTheNumberOfAttempts)
         const char* what;
         DeviceRule rule;
         const char16_t* name;
-        std::size_t getFeatures;  // discovery and the constructor together
+        std::size_t getFeatures;  // discovery, the constructor and Initialize's feature report together
     };
     const Case cases[] = {
-        {"other id: refused after one attempt", DeviceRule::AnswerReportId(RuleTrigger::GetFeature, 3), u"Other-1", 2},
-        {"zeros once: the second attempt has it", DeviceRule::Zeros(RuleTrigger::GetFeature).Times(1), u"Activity-1", 3},
-        {"zeros twice: no description", DeviceRule::Zeros(RuleTrigger::GetFeature), u"Other-1", 4},
-        {"fails", DeviceRule::Fail(RuleTrigger::GetFeature, STATUS_IO_DEVICE_ERROR), u"Other-1", 4},
+        {"other id: refused after one attempt", DeviceRule::AnswerReportId(RuleTrigger::GetFeature, 3), u"Other-1", 3},
+        {"zeros once: the second attempt has it", DeviceRule::Zeros(RuleTrigger::GetFeature).Times(1), u"Activity-1", 4},
+        {"zeros twice: no description", DeviceRule::Zeros(RuleTrigger::GetFeature), u"Other-1", 6},
+        {"fails", DeviceRule::Fail(RuleTrigger::GetFeature, STATUS_IO_DEVICE_ERROR), u"Other-1", 6},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -173,8 +176,8 @@ TEST(Classification, ReadsTheFeatureReportOfTheInputReportId)
     ASSERT_EQ(tracker.Prepare(), STATUS_SUCCESS);
     ASSERT_EQ(tracker.Hid()->SensorCount(), 1u);
     EXPECT_EQ(Name(tracker.Sensor(0)), V2(u"Other-0"));
-    for (int id : FeatureIds(tracker.Traffic()))
-        EXPECT_EQ(id, 1);
+    // Initialize then reads the sensor's own feature report, 2.
+    EXPECT_EQ(FeatureIds(tracker.Traffic()), (std::vector<int>{1, 2}));
 }
 
 TEST(Discovery, GrandchildCollectionsAreNeitherSensorsNorIndexed)
@@ -196,7 +199,8 @@ TEST(Discovery, GrandchildCollectionsAreNeitherSensorsNorIndexed)
     EXPECT_EQ(bed.Sensor(1)->Record()->SensorIndex, 1u);
     EXPECT_EQ(bed.Sensor(1)->Record()->LinkCollection, 3);
     EXPECT_TRUE(Is<ActivitySensor>(bed.Sensor(1)));
-    EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{2, 2}));
+    // Initialize asks for report 3: feature report IDs follow the sensor index.
+    EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{2, 2, 3}));
 }
 
 TEST(Discovery, SingleTopLevelCollections)
@@ -214,7 +218,8 @@ TEST(Discovery, SingleTopLevelCollections)
         EXPECT_EQ(Text(record.FriendlyName), V2(u"Activity-0"));
         EXPECT_EQ(Text(record.InstanceName), Instance(u"-0"));  // no serial number: the tag is the version alone
         EXPECT_EQ(Text(record.SerialNumber) + Text(record.Manufacturer) + Text(record.Model), u"0000Orvex0002");
-        EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{4}));
+        // Classified once for its name, then Initialize: the report and its interval written back.
+        EXPECT_EQ(FeatureIds(bed.Traffic()), (std::vector<int>{4, 4, 4}));
     }
     // Non-custom, a real one: one placeholder.
     DriverTestBed accel(HidDeviceConfig{}
@@ -268,9 +273,9 @@ TEST(Discovery, FailingRequestsAndImpossibleAnswersCreateNoSensors)
     };
     const Case cases[] = {
         {"information fails", IOCTL_HID_GET_COLLECTION_INFORMATION, {}, None, STATUS_DEVICE_NOT_CONNECTED, 0},
-        {"serial fails", IOCTL_HID_GET_SERIALNUMBER_STRING, {}, None, STATUS_SUCCESS, 8},
-        {"manufacturer fails", IOCTL_HID_GET_MANUFACTURER_STRING, {}, None, STATUS_SUCCESS, 8},
-        {"product fails", IOCTL_HID_GET_PRODUCT_STRING, {}, None, STATUS_SUCCESS, 8},
+        {"serial fails", IOCTL_HID_GET_SERIALNUMBER_STRING, {}, None, STATUS_SUCCESS, 14},
+        {"manufacturer fails", IOCTL_HID_GET_MANUFACTURER_STRING, {}, None, STATUS_SUCCESS, 14},
+        {"product fails", IOCTL_HID_GET_PRODUCT_STRING, {}, None, STATUS_SUCCESS, 14},
         {"descriptor fails", IOCTL_HID_GET_COLLECTION_DESCRIPTOR, {}, None, STATUS_DEVICE_NOT_CONNECTED, 4},
         {"size 0", 0, 0, None, STATUS_SUCCESS, 4},
         {"size 0, product fails", 0, 0, NoProduct, STATUS_INVALID_PARAMETER, 4},
@@ -301,7 +306,7 @@ TEST(Discovery, FailingRequestsAndImpossibleAnswersCreateNoSensors)
             host::FaultInjector::Instance().FailIoctl(c.failingIoctl, 1, STATUS_DEVICE_NOT_CONNECTED);
         ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
         EXPECT_EQ(Module().enumerateStatus, c.enumerate);
-        EXPECT_EQ(bed.Hid()->SensorCount(), c.calls == 8 ? 3u : 0u);
+        EXPECT_EQ(bed.Hid()->SensorCount(), c.calls == 14 ? 3u : 0u);
         EXPECT_EQ(bed.Shim().Calls().size(), c.calls);
     }
 }

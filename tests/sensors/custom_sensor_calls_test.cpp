@@ -1,0 +1,138 @@
+// The class extension's calls on a custom sensor: the handle check, the
+// size-query pattern of every list, intervals and thresholds.
+#include <gtest/gtest.h>
+
+#include "tests/sensors/custom_sensor_test_support.h"
+
+namespace testdriver {
+namespace {
+
+HidDeviceConfig GestureTap(std::uint32_t intervalMs = 100)
+{
+    return HidDeviceConfig{}
+        .WithDescriptor(hs::BuildSensorContainer(
+            {hs::CustomSensor(16, {hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF), hs::CustomValue(1)})}))
+        .WithFeature(1, FeatureReport(1, intervalMs, {u"0x210"}));
+}
+
+TEST(CustomSensorCalls, EveryListCallAnswersSizeQueryExactSizeAndOneByteShort)
+{
+    ClientBed t(GestureTap());
+    ASSERT_EQ(t.client->SensorCount(), 1u);
+    using Call = std::function<cx::CallResult(cx::ListBuffer)>;
+    const std::pair<const char*, Call> calls[] = {
+        {"supported data fields", [&](cx::ListBuffer b) { return t.client->GetSupportedDataFields(0, b); }},
+        {"properties", [&](cx::ListBuffer b) { return t.client->GetProperties(0, b); }},
+        {"thresholds", [&](cx::ListBuffer b) { return t.client->GetDataThresholds(0, b); }},
+    };
+    for (const auto& [what, call] : calls) {
+        SCOPED_TRACE(what);
+        const cx::CallResult query = call(cx::ListBuffer::SizeQuery());
+        ASSERT_EQ(query.status, STATUS_SUCCESS);
+        ASSERT_TRUE(query.size.has_value());
+        const ULONG size = *query.size;
+        const cx::CallResult exact = call(cx::ListBuffer::OfBytes(size));
+        EXPECT_EQ(exact.status, STATUS_SUCCESS);
+        EXPECT_EQ(exact.size, size);
+        const cx::CallResult roomy = call(cx::ListBuffer::OfBytes(size + 64));
+        EXPECT_EQ(roomy.status, STATUS_SUCCESS);
+        EXPECT_EQ(roomy.size, size);
+        const cx::CallResult shortBy1 = call(cx::ListBuffer::OfBytes(size - 1));
+        EXPECT_EQ(shortBy1.status, STATUS_INSUFFICIENT_RESOURCES);
+        EXPECT_EQ(shortBy1.size, 0u);
+    }
+    // Supported fields: timestamp, custom usage, custom value 1; thresholds: one entry.
+    EXPECT_EQ(t.client->GetSupportedDataFields(0, cx::ListBuffer::SizeQuery()).size, 68u);
+    EXPECT_EQ(t.client->GetDataThresholds(0, cx::ListBuffer::SizeQuery()).size, 56u);
+}
+
+TEST(CustomSensorCalls, AnotherHandleOrAbsentOutputIsRefusedAndChangesNothing)
+{
+    ClientBed t(GestureTap());
+    ASSERT_EQ(t.client->SensorCount(), 1u);
+    const cx::CallOptions impostor{.otherHandle = true};
+    const cx::CallOptions noOutput{.nullOutput = true};
+    cx::CollectionListCopy thresholds;
+    struct Case {
+        const char* what;
+        std::function<cx::CallResult()> call;
+        NTSTATUS expected;
+    };
+    const Case cases[] = {
+        {"start", [&] { return t.client->Start(0, impostor); }, STATUS_UNSUCCESSFUL},
+        {"stop", [&] { return t.client->Stop(0, impostor); }, STATUS_UNSUCCESSFUL},
+        {"supported fields", [&] { return t.client->GetSupportedDataFields(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
+        {"properties", [&] { return t.client->GetProperties(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
+        {"get interval", [&] { return t.client->GetDataInterval(0, impostor); }, STATUS_UNSUCCESSFUL},
+        {"set interval", [&] { return t.client->SetDataInterval(0, 500, impostor); }, STATUS_UNSUCCESSFUL},
+        {"get thresholds", [&] { return t.client->GetDataThresholds(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
+        {"set thresholds", [&] { return t.client->SetDataThresholds(0, thresholds, impostor); }, STATUS_UNSUCCESSFUL},
+        {"no size pointer", [&] { return t.client->GetProperties(0, cx::ListBuffer::SizeQuery(), noOutput); },
+         STATUS_INVALID_PARAMETER},
+        {"no fields size", [&] { return t.client->GetSupportedDataFields(0, cx::ListBuffer::SizeQuery(), noOutput); },
+         STATUS_INVALID_PARAMETER},
+        {"no thresholds size", [&] { return t.client->GetDataThresholds(0, cx::ListBuffer::SizeQuery(), noOutput); },
+         STATUS_INVALID_PARAMETER},
+        {"no interval output", [&] { return t.client->GetDataInterval(0, noOutput); }, STATUS_INVALID_PARAMETER},
+        {"no thresholds list", [&] { return t.client->SetDataThresholds(0, thresholds, noOutput); },
+         STATUS_INVALID_PARAMETER},
+        // Data-field properties look at no handle and are never served.
+        {"field properties", [&] { return t.client->GetDataFieldProperties(0, nullptr, {}, impostor); },
+         STATUS_NOT_SUPPORTED},
+    };
+    const std::vector<host::hidsim::TrafficEvent> before = t.bed.Traffic();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(c.call().status, c.expected);
+    }
+    // Nothing reached the device, and the interval is unchanged.
+    EXPECT_EQ(t.bed.Traffic().size(), before.size());
+    EXPECT_EQ(t.Sensor(0)->Record()->CurrentReportInterval.load(), 100u);
+    EXPECT_EQ(t.Sensor(0)->Record()->SensorProperties->List[3].Value.ulVal, 0u);
+}
+
+TEST(CustomSensorCalls, DeviceIoControlIsReportedHandledAndLeftOpen)
+{
+    ClientBed t(GestureTap());
+    const cx::CallResult result = t.client->DeviceIoControl(0, 0x00220003, 0, 0);
+    EXPECT_EQ(result.status, STATUS_SUCCESS);
+    // Neither completed nor forwarded: the request still carries its initial status.
+    ASSERT_TRUE(result.requestStatus.has_value());
+    EXPECT_NE(*result.requestStatus, STATUS_NOT_SUPPORTED);
+}
+
+TEST(CustomSensorCalls, IntervalBelowTheMinimumIsRefusedAndTheMinimumAccepted)
+{
+    ClientBed t(GestureTap());
+    HidCollectionRecord& record = *t.Sensor(0)->Record();
+    record.forceDelivery.store(0);
+    EXPECT_EQ(t.client->SetDataInterval(0, 49).status, STATUS_UNSUCCESSFUL);
+    EXPECT_EQ(record.forceDelivery.load(), 0u);
+    EXPECT_EQ(t.client->SetDataInterval(0, 50).status, STATUS_SUCCESS);
+    EXPECT_EQ(record.forceDelivery.load(), 1u);
+}
+
+TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
+{
+    ClientBed t(GestureTap());
+    HidCollectionRecord& record = *t.Sensor(0)->Record();
+    auto list = [](VARTYPE vt, float value) {
+        SENSOR_VALUE_PAIR pairs[2] = {};
+        pairs[0].Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 99};
+        pairs[0].Value.vt = VT_R4;
+        pairs[0].Value.fltVal = 9.0f;
+        pairs[1].Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 161};
+        pairs[1].Value.vt = vt;
+        pairs[1].Value.fltVal = value;
+        return cx::CollectionListCopy::FromEntries(pairs, 2);
+    };
+    EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_R4, 2.5f)).status, STATUS_SUCCESS);
+    EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_UI4, 7.0f)).status, STATUS_SUCCESS);
+    EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    for (ULONG position = 0; position < kThresholdPositions; ++position)
+        EXPECT_EQ(record.DataThresholds[position].load(), position == 3 ? 2.5f : 0.0f);
+}
+
+}  // namespace
+}  // namespace testdriver
