@@ -124,8 +124,11 @@ public:
     // class extension's until the retrieval completes or is cancelled.
     CallResult StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOptions options = {});
     CallResult CancelHistoryRetrieval(std::size_t sensor, CallOptions options = {});
-    // The oldest completion not yet taken, waiting up to `timeout` of real
-    // time for one; nothing on time-out or when the sensor is gone.
+    // The oldest completion not yet taken; nothing on time-out or when the
+    // sensor is gone. A completion already there is taken without more ado.
+    // Otherwise the driver's threads are let run first (deterministic mode:
+    // this is where a history worker runs), then the wait lasts up to
+    // `timeout` of real time.
     std::optional<HistoryCompletion> WaitHistoryRetrieval(std::size_t sensor, std::chrono::milliseconds timeout);
 
     // Every later sample of the device's sensors.
