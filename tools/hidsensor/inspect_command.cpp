@@ -2,7 +2,6 @@
 
 #include "host/hidparser/report_descriptor_parser.h"
 #include "tools/hidsensor/caps_printer.h"
-#include "tools/hidsensor/command_line.h"
 #include "tools/hidsensor/descriptor_input.h"
 
 namespace hidsensor {
@@ -38,37 +37,11 @@ int InspectDescriptor(const std::vector<std::uint8_t>& descriptor, const Inspect
     return 0;
 }
 
-int RunInspect(const std::vector<std::string>& args, std::string& out, std::string& err)
+int InspectFile(const std::string& path, const InspectOptions& options, std::string& out, std::string& err)
 {
-    InspectOptions options;
-    std::string path;
-    CommandLine line(args);
-    while (line.More()) {
-        const std::string arg = line.Next();
-        if (arg == "--json") {
-            options.json = true;
-        } else if (arg == "--binary") {
-            options.binary = true;
-        } else if (arg == "--collection") {
-            if (!line.NextIndex(options.collection, err))
-                return 2;
-        } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
-            err = "inspect: unknown option " + arg + "\n";
-            return 2;
-        } else if (path.empty()) {
-            path = arg;
-        } else {
-            err = "inspect: more than one file given\n";
-            return 2;
-        }
-    }
-    if (path.empty()) {
-        err = "inspect: no descriptor file given\nusage: hidsensor inspect [--json] [--binary] [--collection N] FILE\n";
-        return 2;
-    }
-
     std::vector<std::uint8_t> descriptor;
-    if (!ReadDescriptorInput(path, options.binary, descriptor, err)) return 2;
+    if (!ReadDescriptorInput(path, options.binary, descriptor, err))
+        return 2;
     return InspectDescriptor(descriptor, options, path, out, err);
 }
 
