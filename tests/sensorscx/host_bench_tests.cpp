@@ -131,5 +131,26 @@ TEST_F(HostBenchTest, GuidAndTraceRegistrationFailAsThePlatformDoesAndOnlyForThe
     EXPECT_EQ(FaultInjector::Instance().LastInjected(), FaultPoint::SensorsCxSensorDataReady);
 }
 
+// A child goes with its parent: deleting a history timer after its
+// SENSOROBJECT is a dead handle, reported and ignored.
+TEST_F(HostBenchTest, AChildDeletedAfterItsParentIsADeadHandle)
+{
+    WDF_TIMER_CONFIG config;
+    WDF_TIMER_CONFIG_INIT(&config, [](WDFTIMER) {});
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+    attributes.ParentObject = Sensor(0).handle;
+    WDFTIMER timer = nullptr;
+    ASSERT_EQ(WdfTimerCreate(&config, &attributes, &timer), STATUS_SUCCESS);
+    WdfObjectDelete(Sensor(0).handle);
+    EXPECT_TRUE(host_->Violations().empty());
+    WdfObjectDelete(timer);
+    const auto records = host_->ViolationRecords();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].where, "WdfObjectDelete");
+    EXPECT_NE(records[0].what.find("dead"), std::string::npos) << records[0].what;
+    framework::ClearViolations();
+}
+
 }  // namespace
 }  // namespace host::sensorscx::testing
