@@ -183,6 +183,37 @@ TEST(FeatureWriteBack, SendAttemptsAndAnswers)
     }
 }
 
+// The answer is compared with the report sent over the report ID and the whole
+// bytes of its fields: a narrower field that the device adjusts is read back
+// without a second attempt.
+TEST(FeatureWriteBack, CompareLengthCoversWholeBytesOfValueFields)
+{
+    struct Case {
+        std::uint8_t bitSize;
+        Traffic sensitivity;
+    };
+    const Case cases[] = {
+        {4, {"set 01 64 09", "get 01 64 03"}},
+        {8, {"set 01 64 09", "get 01 64 03", "set 01 64 09", "get 01 64 03"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.bitSize));
+        hs::SensorSpec spec;
+        spec.features = {hs::ReportIntervalProperty(8), Property(Modified(0x544, 0x1000), c.bitSize, 0, 15)};
+        if (c.bitSize == 4)
+            spec.features.push_back(Property(0xF029, 4, 0, 15));  // fills the byte; read-only vendor value
+        FeatureBed bed(spec, ReportBytes(1).U8(100).U8(2));
+        ASSERT_TRUE(bed.Ready());
+        bed.SeeField(1, 9.0f);
+        bed.Rules({DeviceRule::Clamp(Modified(0x544, 0x1000), 0, 3)});
+        Traffic expected = {"get 01 64 02", "set 01 64 02", "get 01 64 02"};
+        expected.insert(expected.end(), c.sensitivity.begin(), c.sensitivity.end());
+        expected.insert(expected.end(), {"set 01 64 03", "get 01 64 03"});
+        EXPECT_EQ(bed.Read(1), expected);
+        EXPECT_EQ(bed.Cache().FieldChangeSensitivity[1].Get(), 3.0f);
+    }
+}
+
 TEST(FeatureWriteBack, FieldSensitivityFromTheThreshold)
 {
     struct Case {
