@@ -2,6 +2,7 @@
 // round trips, and the record following the device's read-back.
 #include <gtest/gtest.h>
 
+#include "host/common/fault_injection.h"
 #include "tests/feature/feature_test_bed.h"
 
 namespace featuretest {
@@ -329,11 +330,6 @@ TEST(FeatureWriteBack, VendorValuesOnlyWithWriteSettingsAndOnlyWhenChanged)
     EXPECT_EQ(bed.Read(1), (Traffic{"get 01 7F 00 01", "set 01 7F 00 01", "get 01 7F 00 01"}));
 }
 
-}  // namespace
-}  // namespace featuretest
-
-namespace featuretest {
-namespace {
 
 // A real custom sensor (HUTRR39 example): no report ID, connection type,
 // reporting, power and sensor state selectors, the interval, and sensitivity
@@ -369,6 +365,29 @@ TEST(FeatureWriteBack, RealCustomSensorStopsAndStarts)
     bed.Record().RequestedPowerState = 2;
     EXPECT_EQ(bed.Read(0), (Traffic{"get " + stopped, "set " + stopped, "get " + stopped, "set " + running,
                                     "get " + running}));
+}
+
+
+TEST(FeatureWriteBack, AllocationFailures)
+{
+    hs::SensorSpec spec;
+    spec.features = {hs::ReportIntervalProperty(8)};
+    FeatureBed bed(spec, ReportBytes(1).U8(100));
+    ASSERT_TRUE(bed.Ready());
+    bed.Record().CurrentReportInterval = 50;
+    // The report buffer: nothing is fetched.
+    host::FaultInjector::Instance().FailNth(host::FaultPoint::DriverHeap, 1, 0);
+    NTSTATUS status = 0;
+    EXPECT_TRUE(bed.Read(0, &status).empty());
+    EXPECT_EQ(status, STATUS_NO_MEMORY);
+    // A send buffer: the write fails before anything is sent; the record keeps its interval.
+    host::FaultInjector::Instance().FailNth(host::FaultPoint::DriverHeap, 2, 0);
+    EXPECT_EQ(bed.Read(0, &status), (Traffic{"get 01 64"}));
+    EXPECT_EQ(status, STATUS_SUCCESS);
+    EXPECT_EQ(bed.Cache().ReportInterval.Get(), 50u);
+    EXPECT_EQ(bed.Record().CurrentReportInterval.load(), 50u);
+    host::FaultInjector::Instance().Reset();
+    EXPECT_EQ(bed.Read(0), (Traffic{"get 01 64", "set 01 32", "get 01 32"}));
 }
 
 }  // namespace
