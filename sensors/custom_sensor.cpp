@@ -99,6 +99,7 @@ void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
     if (properties == nullptr)
         return;
+    std::lock_guard lock(publishedListsLock_);
     PROPVARIANT& value = properties->List[kSensorStateEntry].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
@@ -154,8 +155,10 @@ NTSTATUS CustomSensor::GetProperties(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIS
 {
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status))
+    if (NT_SUCCESS(status)) {
+        std::lock_guard lock(publishedListsLock_);
         status = AnswerCollectionList(Record()->SensorProperties, properties, size);
+    }
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -226,6 +229,7 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
     if (NT_SUCCESS(status) && own == nullptr)
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
+        std::lock_guard lock(publishedListsLock_);
         if (thresholds != nullptr)
             InitPropVariantFromFloat(cache_->FieldChangeSensitivity[1].Get(), &own->List[0].Value);
         status = AnswerCollectionList(own, thresholds, size);

@@ -2,6 +2,7 @@
 // size-query pattern of every list, intervals and thresholds.
 #include <gtest/gtest.h>
 
+#include "host/common/fault_injection.h"
 #include "tests/sensors/custom_sensor_test_support.h"
 
 namespace testdriver {
@@ -132,6 +133,63 @@ TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
     for (ULONG position = 0; position < kThresholdPositions; ++position)
         EXPECT_EQ(record.DataThresholds[position].load(), position == 3 ? 2.5f : 0.0f);
+}
+
+TEST(CustomSensorCalls, RegistrationFailuresEndCleanlyWithTheirStatus)
+{
+    using host::FaultInjector;
+    using host::FaultPoint;
+    auto callsDuringPrepare = [](FaultPoint point) {
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(point, 0, 0);
+        EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        return FaultInjector::Instance().Calls(point);
+    };
+    // A string or CLSID that cannot be copied leaves its entry empty; the
+    // sensor is still published with every list.
+    const std::uint64_t copies = callsDuringPrepare(FaultPoint::CoTaskMem);
+    ASSERT_GE(copies, 10u);
+    for (std::uint64_t n = 1; n <= copies; ++n) {
+        SCOPED_TRACE(n);
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(FaultPoint::CoTaskMem, n, 0);
+        ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        EXPECT_EQ(Module().enumerateStatus, STATUS_SUCCESS);
+        cx::Client client(bed.Host().Device());
+        ASSERT_EQ(client.SensorCount(), 1u);
+        const cx::CallResult properties = client.GetProperties(0);
+        EXPECT_EQ(properties.status, STATUS_SUCCESS);
+        int empty = 0;
+        for (const std::string& line : Lines(client.Sensors()[0].enumeration))
+            empty += line.ends_with(" EMPTY");
+        for (const std::string& line : Lines(*properties.list))
+            empty += line.ends_with(" EMPTY");
+        EXPECT_EQ(empty, 1);
+    }
+    // The platform sensor, its context or a list cannot be made: the sensor
+    // is not published and nothing is left behind.
+    struct Case {
+        FaultPoint point;
+        std::uint64_t nth;  // 0: the last call of prepare-hardware
+        NTSTATUS expected;
+    };
+    const Case cases[] = {
+        {FaultPoint::SensorsCxSensorCreate, 1, STATUS_DEVICE_NOT_CONNECTED},
+        {FaultPoint::SensorsCxSensorInitialize, 1, STATUS_DEVICE_NOT_CONNECTED},
+        {FaultPoint::FrameworkMemory, 0, STATUS_INSUFFICIENT_RESOURCES},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(host::FaultPointName(c.point));
+        const std::uint64_t nth = c.nth != 0 ? c.nth : callsDuringPrepare(c.point);
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(c.point, nth, STATUS_DEVICE_NOT_CONNECTED);
+        ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        EXPECT_EQ(Module().enumerateStatus, c.expected);
+        EXPECT_EQ(cx::Client(bed.Host().Device()).SensorCount(), 0u);
+    }
 }
 
 }  // namespace
