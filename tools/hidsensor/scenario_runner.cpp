@@ -12,7 +12,6 @@
 #include "host/sensorscx/client.h"
 #include "host/sensorscx/guid.h"
 #include "host/sensorscx/list_format.h"
-#include "host/sensorscx/violations.h"
 #include "tracing/trace_provider.h"
 
 extern "C" NTSTATUS FxDriverEntryUm(void* LoaderInterface, void* Context, PDRIVER_OBJECT DriverObject,
@@ -112,13 +111,15 @@ public:
             return 2;
         }
 
-        host::com::SeedGuidGenerator(scenario_.seed);
+        // Creating the host resets every piece of process-wide host state
+        // (GUID sequence, violations, fault arms); seed and arm after it.
         host_ = std::make_unique<DriverHost>(host::framework::ClockMode::Deterministic, scenario_.clock);
+        host::com::SeedGuidGenerator(scenario_.seed);
         startTicks_ = host::framework::FileTimeToTicks(scenario_.clock);
-        host::framework::ClearViolations();
-        sx::ViolationLog::Instance().Reset();
-        sx::ViolationLog::Instance().SetListener(
-            [this](const sx::Violation& violation) { PrintViolation(violation.what); });
+        violationSubscription_ = host::framework::SubscribeViolations(
+            [this](const host::framework::ViolationRecord& violation) { PrintViolation(violation.what); });
+        if (options_.beforeDriverEntry)
+            options_.beforeDriverEntry();
         for (const RegistryValue& value : scenario_.registry)
             host_->Registry().Preload(value.subkey, value.name, value.data);
         if (scenario_.traffic)
@@ -140,12 +141,13 @@ public:
         // The end of the run is the end of the driver: what it leaves behind
         // is a broken contract too.
         host_->Unload();
-        ReportFrameworkViolations();
         const std::string leaks = host_->Leaks();
         if (!leaks.empty())
             PrintViolation("left behind after unload: " + leaks);
+        if (options_.afterUnload)
+            options_.afterUnload();
 
-        sx::ViolationLog::Instance().SetListener(nullptr);
+        violationSubscription_.Cancel();
         sim_->SetTrafficListener({});
         clientSubscriptions_.clear();
         client_.reset();
@@ -176,14 +178,6 @@ private:
             ++violations_;
         }
         printer_.Print(Make("violation").Add("what", Quote(what)));
-    }
-
-    void ReportFrameworkViolations()
-    {
-        const std::vector<std::string> all = host::framework::Violations();
-        for (std::size_t i = frameworkViolationsSeen_; i < all.size(); ++i)
-            PrintViolation(all[i]);
-        frameworkViolationsSeen_ = all.size();
     }
 
     void OnTraffic(const host::hidsim::TrafficEvent& traffic)
@@ -262,7 +256,6 @@ private:
     void LoadDriver()
     {
         const NTSTATUS status = host_->LoadDriver(FxDriverEntryUm);
-        ReportFrameworkViolations();
         printer_.Print(Make("pnp").Add("callback", "\"DriverEntry\"").Add("status", Status(status)));
     }
 
@@ -286,7 +279,6 @@ private:
         } else if (name == "Unload") {
             host_->Unload();
         }
-        ReportFrameworkViolations();
         printer_.Print(Make("pnp").Add("callback", Quote(name)).Add("status", Status(status)));
     }
 
@@ -376,7 +368,6 @@ private:
             else if (n == "CancelHistoryRetrieval")
                 result = c.CancelHistoryRetrieval(index, step.options);
         }
-        ReportFrameworkViolations();
 
         Event event = Make("call");
         event.Add("call", Quote(step.name));
@@ -415,7 +406,6 @@ private:
     // Retrievals that completed during the step print after its own event.
     void AfterStep()
     {
-        ReportFrameworkViolations();
         if (client_ == nullptr)
             return;
         std::size_t count = 0;
@@ -444,7 +434,7 @@ private:
     LONGLONG startTicks_ = 0;
     std::mutex mutex_;
     std::vector<SENSOROBJECT> published_;
-    std::size_t frameworkViolationsSeen_ = 0;
+    host::framework::ViolationSubscription violationSubscription_;
     std::uint64_t violations_ = 0;
 };
 

@@ -3,6 +3,7 @@
 // the device sees as events.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,11 @@ struct RunOptions {
     // Tracing enabled before driver entry with this level and flags, as if
     // the scenario began with a trace step.
     std::optional<std::pair<UCHAR, ULONG>> traceFromStart;
+    // Runs once the host exists, before driver entry: the place to arm fault
+    // injection, which creating the host resets.
+    std::function<void()> beforeDriverEntry;
+    // Runs after the final unload, while the host still exists.
+    std::function<void()> afterUnload;
 };
 
 // Exit status of `hidsensor run`: 0 every step ran, 1 there was a violation,
