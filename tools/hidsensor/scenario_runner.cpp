@@ -30,7 +30,12 @@ std::string Quote(const std::string& text)
 
 std::string Status(NTSTATUS status)
 {
-    return "\"" + sx::FormatStatus(status) + "\"";
+    // Appended piecewise: "literal" + std::string trips GCC 12's -Wrestrict
+    // false positive at -O3.
+    std::string quoted(1, '"');
+    quoted += sx::FormatStatus(status);
+    quoted += '"';
+    return quoted;
 }
 
 std::vector<std::string> ListLines(const sx::CollectionListCopy& list)
