@@ -69,7 +69,7 @@ int RunInspect(const std::vector<std::string>& args, std::string& out, std::stri
 
     std::vector<std::uint8_t> descriptor;
     if (!ReadDescriptorInput(path, options.binary, descriptor, err)) return 2;
-    return InspectDescriptor(descriptor, options, path, out, err);
+    return InspectDescriptor(descriptor, options, PrintablePath(path), out, err);
 }
 
 }  // namespace hidsensor
