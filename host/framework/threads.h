@@ -74,8 +74,9 @@ struct DriverThreadInfo {
 // Deterministic: lets every driver thread run until none can move; the number
 // of times a thread was let run. Real time: 0.
 std::size_t RunDriverThreads();
-// Deterministic: lets this thread run until it parks (others only as far as
-// its waits need them). False when the handle is no driver thread.
+// Deterministic: lets this one thread run until it parks (a wait of its on
+// another thread parks it; the other does not run). False when the handle is
+// no driver thread.
 bool RunDriverThread(HANDLE thread);
 // Parks the next driver thread that reaches `point` (deterministic mode only).
 void HoldDriverThreadAt(FaultPoint point);
