@@ -98,7 +98,6 @@ bool Runnable(DriverThread& entry)
 {
     switch (entry.sched) {
     case DriverThreadState::NotStarted:
-    case DriverThreadState::Runnable:
         return true;
     case DriverThreadState::Waiting:
         return entry.canRun && entry.canRun();
@@ -241,7 +240,6 @@ const char* DriverThreadStateName(DriverThreadState state)
 {
     switch (state) {
     case DriverThreadState::NotStarted: return "NotStarted";
-    case DriverThreadState::Runnable: return "Runnable";
     case DriverThreadState::Running: return "Running";
     case DriverThreadState::Waiting: return "Waiting";
     case DriverThreadState::Held: return "Held";
