@@ -64,6 +64,34 @@ TEST(InputDecoding, ValuesAreScaledBySignExponentAndUnitAsDeclared)
     }
 }
 
+TEST(InputDecoding, ValueBeyondTheCachedMaximumIsPassedUnchangedWithOneWarning)
+{
+    // The feature report gives custom value 1 a maximum of 10.
+    hs::SensorSpec sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
+    sensor.features.push_back(
+        hs::Property(hs::Modified(hs::CustomValueUsage(1), hs::kModMaximum), 16, -32767, 32767));
+    Bytes feature = FeatureReport(1, 100, {u"0x210"});
+    feature.push_back(10);
+    feature.push_back(0);
+    ClientBed t(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer({sensor})).WithFeature(1, feature));
+    ASSERT_EQ(t.Sensor(0)->PropertyCache()->FieldMaximum[1].Get(), 10.0f);
+
+    auto linesOfOneRead = [&](std::uint32_t raw, std::string* passed) {
+        t.bed.Trace().Clear();
+        const std::vector<cx::Sample> samples = t.Feed(InputReport(t.Hid(), 1, {raw}, {2}));
+        EXPECT_EQ(samples.size(), 1u);
+        if (!samples.empty())
+            *passed = Lines(samples[0].values)[1];
+        return t.bed.Trace().Lines().size();
+    };
+    std::string passed;
+    const std::size_t inRange = linesOfOneRead(5, &passed);
+    EXPECT_EQ(passed, Custom(7, "UI4 5"));
+    const std::size_t above = linesOfOneRead(600, &passed);
+    EXPECT_EQ(passed, Custom(7, "UI4 600"));
+    EXPECT_EQ(above, inRange + 1);
+}
+
 TEST(InputDecoding, CustomUsageIsAnnouncedOnceAndCountsTwiceInTheFirstReport)
 {
     ClientBed t(OneCustomSensor({hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF), Field(1, 16, -32767, 32767, 0)}));
