@@ -299,9 +299,12 @@ void CustomSensor::IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept
 
 NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
 {
+    TRACE_ENTRY();
     PSENSOR_COLLECTION_LIST data = Record()->Data;
-    if (data == nullptr || key == nullptr || value == nullptr)
+    if (data == nullptr || key == nullptr || value == nullptr) {
+        TRACE_EXIT(STATUS_SUCCESS);
         return STATUS_SUCCESS;
+    }
     const ULONG fields = data->Count;
     ULONG& pending = cache_->PendingFieldCount;
     const ULONG slot = key->pid - kCustomUsageKey.pid;
@@ -319,10 +322,13 @@ NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT
             }
         }
     }
-    if (pending != fields - 1)
-        return STATUS_SUCCESS;
-    // The class extension takes its copy during the call; the result changes nothing here.
-    SensorsCxSensorDataReady(Record()->SensorObject, data);
-    pending = 0;
+    if (pending == fields - 1) {
+        // The class extension takes its copy during the call; its result changes nothing here.
+        const NTSTATUS delivered = SensorsCxSensorDataReady(Record()->SensorObject, data);
+        if (!NT_SUCCESS(delivered))
+            TRACE_ERROR(delivered, GetFriendlyName());
+        pending = 0;
+    }
+    TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
 }

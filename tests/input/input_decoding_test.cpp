@@ -7,6 +7,7 @@
 
 #include "host/common/fault_injection.h"
 #include "platform/hidpi.h"
+#include "sensors/sensor_keys.h"
 #include "tests/sensors/custom_sensor_test_support.h"
 
 namespace testdriver {
@@ -200,6 +201,32 @@ TEST(InputDecoding, SensorWhoseRegistrationFailedIgnoresItsReports)
         bed.Feed(InputReport(*bed.Hid(), 1, {5}, {2}));
         EXPECT_EQ(samples.Size(), 0u);
         EXPECT_TRUE(bed.ReadPending());
+    }
+}
+
+TEST(InputDecoding, UpdatesOutsideTheListChangeNothingAndATimestampOnlySensorNeverDelivers)
+{
+    {
+        ClientBed t(OneCustomSensor({Field(1, 16, -32767, 32767, 0), Field(2, 16, -32767, 32767, 0)}));
+        CustomSensor& sensor = *t.Sensor(0);
+        const std::vector<std::string> before = Lines(*sensor.Record()->Data);
+        PROPVARIANT value = {};
+        value.vt = VT_UI4;
+        value.ulVal = 9;
+        // Custom value 3 and the timestamp are not among the counted entries.
+        const PROPERTYKEY foreign[] = {kCustomValueKeys[2], kTimestampKey, {kSensorDataFmtid, 7}};
+        for (const PROPERTYKEY& key : foreign)
+            EXPECT_EQ(sensor.UpdateDataField(&key, &value), STATUS_SUCCESS);
+        EXPECT_EQ(sensor.PropertyCache()->PendingFieldCount, 0u);
+        EXPECT_EQ(Lines(*sensor.Record()->Data), before);
+        EXPECT_EQ(t.samples->Size(), 0u);
+    }
+    {
+        hs::ValueField all = Field(1, 16, -32767, 32767, 0);
+        all.usage = hs::kCustomValueAll;
+        ClientBed t(OneCustomSensor({all}));
+        ASSERT_EQ(t.Sensor(0)->Record()->Data->Count, 1u);
+        EXPECT_TRUE(t.Feed(InputReport(t.Hid(), 1, {5}, {2})).empty());
     }
 }
 
