@@ -294,6 +294,10 @@ TEST(InputDecoding, RealDescriptorWithTwentyEightValuesDeliversThemAllScaled)
     ClientBed t(HidDeviceConfig{}.WithDescriptor(LoadDescriptor("hutrr39-cus4")).WithFeature(0, feature));
     ASSERT_EQ(t.client->SensorCount(), 1u);
     ASSERT_EQ(t.Sensor(0)->Record()->Data->Count, 31u);
+    // Timestamp, custom usage, boolean array and 28 values: 8 + 20 x 31 and 8 + 48 x 31 bytes.
+    EXPECT_EQ(t.client->GetSupportedDataFields(0).size, 628u);
+    EXPECT_EQ(t.Sensor(0)->Record()->Data->AllocatedSizeInBytes, 1496u);
+    EXPECT_EQ(Lines(*t.client->GetProperties(0).list)[5], Prop(22, "UI4 1496"));
     RealDescriptorReport report(t.Hid(), 0);
     report.Set(0x541, 0x1234).Set(0x542, 0x00FF);
     for (int k = 1; k <= 28; ++k)
