@@ -110,8 +110,11 @@ CustomSensorKind ClassifyFromFeatureReport(HidDevice* device, UCHAR sensorIndex,
         WCHAR description[kDescriptionChars] = {};
         if (cap.ReportCount == 1) {
             ULONG value = 0;
-            HidP_GetUsageValue(HidP_Feature, cap.UsagePage, linkCollection, cap.NotRange.Usage, &value,
-                               device->PreparsedData(), reportBytes, reportLength);
+            const NTSTATUS valueStatus =
+                HidP_GetUsageValue(HidP_Feature, cap.UsagePage, linkCollection, cap.NotRange.Usage, &value,
+                                   device->PreparsedData(), reportBytes, reportLength);
+            if (!NT_SUCCESS(valueStatus))
+                TRACE_ERROR(valueStatus, static_cast<ULONG>(cap.NotRange.Usage));
         } else {
             HidP_GetUsageValueArray(HidP_Feature, cap.UsagePage, linkCollection, cap.NotRange.Usage,
                                     reinterpret_cast<CHAR*>(description), kDescriptionBytes,

@@ -127,8 +127,11 @@ NTSTATUS HidDevice::StopReader()
 NTSTATUS HidDevice::GetFeatureReport(UCHAR reportId, BYTE* buffer, ULONG length, PCWSTR name)
 {
     TRACE_ENTRY();
-    // Byte 0 carries the report ID, so an empty report cannot be asked for.
-    if (!IsOpen() || buffer == nullptr || length == 0 || length > kMaxFeatureReportBytes) {
+    // A length of 0 (a collection without feature reports has
+    // FeatureReportByteLength 0) takes the same two attempts: byte 0 of the
+    // caller's buffer gets the report ID as always, and the framework's answer
+    // to an empty output buffer is the result.
+    if (!IsOpen() || buffer == nullptr || length > kMaxFeatureReportBytes) {
         TRACE_ERROR(STATUS_UNSUCCESSFUL, name, static_cast<ULONG>(reportId), length);
         TRACE_EXIT(STATUS_UNSUCCESSFUL);
         return STATUS_UNSUCCESSFUL;
@@ -137,7 +140,7 @@ NTSTATUS HidDevice::GetFeatureReport(UCHAR reportId, BYTE* buffer, ULONG length,
     NTSTATUS status = STATUS_UNSUCCESSFUL;
     for (int attempt = 0; attempt < kFeatureReportAttempts; ++attempt) {
         std::memset(buffer, 0, length);
-        buffer[0] = reportId;
+        buffer[0] = reportId;  // callers' buffers hold at least one byte
         status = state_->IoctlTarget->SendIoctlSynchronously(buffer, length, IOCTL_HID_GET_FEATURE,
                                                              nullptr);
         if (!NT_SUCCESS(status)) {
@@ -162,8 +165,10 @@ NTSTATUS HidDevice::GetFeatureReport(UCHAR reportId, BYTE* buffer, ULONG length,
 NTSTATUS HidDevice::DispatchInputReports(BYTE* reports, ULONG length, void* context)
 {
     auto* device = static_cast<HidDevice*>(context);
-    if (device == nullptr || reports == nullptr)
+    if (device == nullptr || reports == nullptr) {
+        TRACE_ERROR(STATUS_INVALID_PARAMETER);
         return STATUS_INVALID_PARAMETER;
+    }
     return device->RouteReports(reports, length);
 }
 

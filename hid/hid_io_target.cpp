@@ -1,5 +1,6 @@
 #include "hid/hid_io_target.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "tracing/trace.h"
@@ -15,6 +16,14 @@ WDF_OBJECT_ATTRIBUTES ChildOf(WDFOBJECT parent)
     attributes.ParentObject = parent;
     return attributes;
 }
+
+// Context of a read request: how many parties still use it.
+struct ReadRequestClaims {
+    ULONG Count;
+};
+WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(ReadRequestClaims, GetReadRequestClaims)
+
+constexpr ULONG kClaimsOfASentRead = 3;  // its completion, the read-request field, its poster
 }  // namespace
 
 HidIoTarget::~HidIoTarget()
@@ -28,7 +37,7 @@ NTSTATUS HidIoTarget::Open(WDFDEVICE device, HidReadCallback callback, void* con
     TRACE_ENTRY();
     Callback = callback;
     CallbackContext = context;
-    IsReading.store(1, std::memory_order_relaxed);
+    ReaderState.store(kReading);
     Device = device;
 
     WDFIOTARGET target = nullptr;
@@ -103,26 +112,37 @@ NTSTATUS HidIoTarget::SendIoctlSynchronously(void* outputBuffer, ULONG outputLen
 
 NTSTATUS HidIoTarget::SubmitRead()
 {
-    return PostRead(false);
-}
-
-NTSTATUS HidIoTarget::PostRead(bool rearm)
-{
     TRACE_ENTRY();
     if (Device == nullptr || Target == nullptr) {
         TRACE_ERROR(STATUS_UNSUCCESSFUL);
         TRACE_EXIT(STATUS_UNSUCCESSFUL);
         return STATUS_UNSUCCESSFUL;
     }
+    // Take the read slot, or, when a read or its dispatch still holds it
+    // (a D0 exit and entry during a dispatch), leave the re-arm to it.
+    ULONG state = ReaderState.load();
+    ULONG next = 0;
+    do {
+        next = (state & kBusy) != 0 ? state | kReading | kRestart : state | kReading | kBusy;
+    } while (!ReaderState.compare_exchange_weak(state, next));
+    const NTSTATUS status = (state & kBusy) != 0 ? STATUS_SUCCESS : PostRead();
+    TRACE_EXIT(status);
+    return status;
+}
 
+NTSTATUS HidIoTarget::PostRead()
+{
+    TRACE_ENTRY();
     BytesRead.store(0, std::memory_order_relaxed);
     std::memset(ReadBuffer, 0, sizeof(ReadBuffer));
 
     WDF_OBJECT_ATTRIBUTES requestAttributes = ChildOf(Target);
+    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&requestAttributes, WDF_GET_CONTEXT_TYPE_INFO(ReadRequestClaims));
     WDFREQUEST request = nullptr;
     NTSTATUS status = WdfRequestCreate(&requestAttributes, Target, &request);
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status);
+        ReaderState.fetch_and(~(kBusy | kRestart));
         TRACE_EXIT(status);
         return status;
     }
@@ -132,45 +152,63 @@ NTSTATUS HidIoTarget::PostRead(bool rearm)
     status = WdfMemoryCreatePreallocated(&memoryAttributes, ReadBuffer, sizeof(ReadBuffer), &memory);
     if (NT_SUCCESS(status))
         status = WdfIoTargetFormatRequestForRead(Target, request, memory, nullptr, nullptr);
-    if (NT_SUCCESS(status)) {
-        WdfRequestSetCompletionRoutine(request, OnReadComplete, this);
-        {
-            std::lock_guard lock(ReadRequestLock);
-            // A Stop that came while the completion was dispatching wins.
-            if (rearm && IsReading.load(std::memory_order_relaxed) == 0) {
-                WdfObjectDelete(request);
-                TRACE_EXIT(STATUS_SUCCESS);
-                return STATUS_SUCCESS;
-            }
-            IsReading.store(1, std::memory_order_relaxed);
-            ReadRequest = request;
-        }
-        // The completion may already have run (and re-armed) when this returns.
-        if (WdfRequestSend(request, Target, nullptr)) {
-            // A Stop between taking the field and sending found nothing to cancel.
-            std::lock_guard lock(ReadRequestLock);
-            if (IsReading.load(std::memory_order_relaxed) == 0 && ReadRequest == request)
-                WdfRequestCancelSentRequest(request);
-            TRACE_EXIT(STATUS_SUCCESS);
-            return STATUS_SUCCESS;
-        }
-        status = WdfRequestGetStatus(request);
+    if (!NT_SUCCESS(status)) {
+        TRACE_ERROR(status);
+        WdfObjectDelete(request);
+        ReaderState.fetch_and(~(kBusy | kRestart));
+        TRACE_EXIT(status);
+        return status;
     }
 
+    WdfRequestSetCompletionRoutine(request, OnReadComplete, this);
+    std::atomic_ref<ULONG>(GetReadRequestClaims(request)->Count).store(kClaimsOfASentRead);
+    ReadRequest.store(request);
+    // The completion may already have run (and re-armed) when this returns.
+    if (WdfRequestSend(request, Target, nullptr)) {
+        // A Stop that emptied the field before the read was sent could not
+        // cancel it: cancel it here.
+        if ((ReaderState.load() & kReading) == 0)
+            WdfRequestCancelSentRequest(request);
+        ReleaseClaim(request);
+        TRACE_EXIT(STATUS_SUCCESS);
+        return STATUS_SUCCESS;
+    }
+
+    status = WdfRequestGetStatus(request);
     TRACE_ERROR(status);
-    DeleteReadRequest(request);
+    // No completion will come: release its claim, the field's and ours.
+    if (TakeReadRequest(request))
+        ReleaseClaim(request);
+    ReleaseClaim(request);
+    ReleaseClaim(request);
+    ReaderState.fetch_and(~(kBusy | kRestart));
     TRACE_EXIT(status);
     return status;
 }
 
-void HidIoTarget::DeleteReadRequest(WDFREQUEST request) noexcept
+bool HidIoTarget::TakeReadRequest(WDFREQUEST request) noexcept
 {
-    {
-        std::lock_guard lock(ReadRequestLock);
-        if (ReadRequest == request)
-            ReadRequest = nullptr;
-    }
-    WdfObjectDelete(request);
+    WDFREQUEST expected = request;
+    return ReadRequest.compare_exchange_strong(expected, nullptr);
+}
+
+void HidIoTarget::ReleaseClaim(WDFREQUEST request) noexcept
+{
+    if (std::atomic_ref<ULONG>(GetReadRequestClaims(request)->Count).fetch_sub(1, std::memory_order_acq_rel) == 1)
+        WdfObjectDelete(request);
+}
+
+void HidIoTarget::FinishDispatch(bool hadData)
+{
+    ULONG state = ReaderState.load();
+    bool rearm = false;
+    ULONG next = 0;
+    do {
+        rearm = (state & kReading) != 0 && (hadData || (state & kRestart) != 0);
+        next = rearm ? state & ~kRestart : state & ~(kBusy | kRestart);
+    } while (!ReaderState.compare_exchange_weak(state, next));
+    if (rearm)
+        PostRead();
 }
 
 void HidIoTarget::OnReadComplete(WDFREQUEST request, WDFIOTARGET /*target*/,
@@ -192,19 +230,19 @@ void HidIoTarget::OnReadComplete(WDFREQUEST request, WDFIOTARGET /*target*/,
         const ULONG bytes = information > kMaxReadBytes ? 0 : static_cast<ULONG>(information);
         self->BytesRead.store(bytes, std::memory_order_relaxed);
         TRACE_DATA(params->IoStatus.Status, static_cast<ULONG>(information));
-        if (bytes == 0) {
-            self->DeleteReadRequest(request);
-            break;
-        }
         // The read buffer is reused by the next read; dispatch from a copy.
         BYTE reports[kMaxReadBytes];
-        std::memcpy(reports, self->ReadBuffer, bytes);
-        self->DeleteReadRequest(request);
-        TRACE_DATA(TraceBytes{reports, bytes});
-        if (self->Callback != nullptr)
-            self->Callback(reports, bytes, self->CallbackContext);
-        if (self->IsReading.load(std::memory_order_relaxed) == 1)
-            self->PostRead(true);
+        if (bytes != 0)
+            std::memcpy(reports, self->ReadBuffer, bytes);
+        if (self->TakeReadRequest(request))
+            self->ReleaseClaim(request);
+        self->ReleaseClaim(request);
+        if (bytes != 0) {
+            TRACE_DATA(TraceBytes{reports, bytes});
+            if (self->Callback != nullptr)
+                self->Callback(reports, bytes, self->CallbackContext);
+        }
+        self->FinishDispatch(bytes != 0);
         break;
     }
     case WdfRequestTypeWrite:
@@ -221,13 +259,12 @@ void HidIoTarget::OnReadComplete(WDFREQUEST request, WDFIOTARGET /*target*/,
 NTSTATUS HidIoTarget::Stop()
 {
     TRACE_ENTRY();
-    {
-        // Held across the cancel so that the completion cannot delete the
-        // request under it. The framework runs completions on its own thread.
-        std::lock_guard lock(ReadRequestLock);
-        IsReading.store(0, std::memory_order_relaxed);
-        if (ReadRequest != nullptr)
-            WdfRequestCancelSentRequest(ReadRequest);
+    ReaderState.fetch_and(~(kReading | kRestart));
+    // Emptying the field takes its claim: the request stays alive through the
+    // cancel even if it completes meanwhile, on this thread or another.
+    if (WDFREQUEST request = ReadRequest.exchange(nullptr)) {
+        WdfRequestCancelSentRequest(request);
+        ReleaseClaim(request);
     }
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;

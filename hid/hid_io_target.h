@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "driver/heap.h"
 #include "platform/wdf.h"
@@ -43,23 +42,43 @@ public:
                                PWDF_REQUEST_COMPLETION_PARAMS params, WDFCONTEXT context);
 
 private:
-    // A re-arm from the completion gives way to a Stop that came meanwhile;
-    // SubmitRead starts reading again.
-    NTSTATUS PostRead(bool rearm);
-    // Clears the read-request field if it still names `request`, then deletes it.
-    void DeleteReadRequest(WDFREQUEST request) noexcept;
+    // Posts the read for the holder of the read slot. On failure the slot is
+    // released and the status returned.
+    NTSTATUS PostRead();
+    // Called by the completion once its reports are dispatched: re-arms or
+    // releases the read slot.
+    void FinishDispatch(bool hadData);
+    // Drops one claim on a read request; the last one deletes it.
+    static void ReleaseClaim(WDFREQUEST request) noexcept;
+    // Takes the request out of the read-request field if it is still there.
+    bool TakeReadRequest(WDFREQUEST request) noexcept;
+
+    // ReaderState bits. kReading is the reader's IsReading: a completed read
+    // is re-armed only while it is set. kBusy is the read slot: set while a
+    // read is being posted, is outstanding, or has its completion
+    // dispatching; only its holder posts a read, so there is never a second.
+    // kRestart: a SubmitRead found the slot held and left the re-arm to its
+    // holder, even if that read completes without data.
+    static constexpr ULONG kReading = 1;
+    static constexpr ULONG kBusy = 2;
+    static constexpr ULONG kRestart = 4;
 
     WDFDEVICE Device = nullptr;
     WDFIOTARGET Target = nullptr;
-    // Stop cancels the read on its thread while the completion deletes it and
-    // re-arms on another. The field and the writes of IsReading happen under
-    // this lock, and a request is deleted only after it left the field, so a
-    // Stop never cancels a deleted request and never misses a new one.
-    std::mutex ReadRequestLock;
-    WDFREQUEST ReadRequest = nullptr;
+    // No lock: Stop runs on the power-callback thread while the completion
+    // deletes the request and re-arms on a framework thread, and on some
+    // platforms a cancel completes the request inside the cancel call. The
+    // read request is shared by up to three claims, counted in its context:
+    // its completion, the read-request field (taken by whoever empties the
+    // field: the completion, or Stop to cancel it) and the poster until its
+    // send has returned. The last claim released deletes it, so a cancel
+    // never meets a deleted request, even when the next read is already out. Sequentially consistent: Stop clears kReading before it empties
+    // the field and the poster checks kReading after it filled the field and
+    // sent, so one of the two always cancels a read sent across a Stop.
+    std::atomic<WDFREQUEST> ReadRequest{nullptr};
+    std::atomic<ULONG> ReaderState{0};
     BYTE ReadBuffer[kMaxReadBytes] = {};
     std::atomic<ULONG> BytesRead{0};
-    std::atomic<ULONG> IsReading{0};  // a completed read is re-armed only while 1; written under the lock
     HidReadCallback Callback = nullptr;
     void* CallbackContext = nullptr;
 };

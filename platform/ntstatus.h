@@ -27,6 +27,14 @@ inline constexpr NTSTATUS STATUS_CANCELLED = static_cast<NTSTATUS>(0xC0000120);
 inline constexpr NTSTATUS STATUS_DEVICE_NOT_CONNECTED = static_cast<NTSTATUS>(0xC000009D);
 inline constexpr NTSTATUS STATUS_OBJECT_NAME_EXISTS = 0x40000000;
 
+// What the sensor history returns for a retrieval cancel with no retrieval
+// running. Its contract calls this STATUS_INVALID_DEVICE_STATE but gives the
+// number 0xC0000010 (the platform's STATUS_INVALID_DEVICE_REQUEST), and the
+// number is what clients see. Not STATUS_INVALID_DEVICE_STATE (0xC0000184).
+inline constexpr NTSTATUS STATUS_HISTORY_RETRIEVAL_NOT_RUNNING = STATUS_INVALID_DEVICE_REQUEST;
+static_assert(STATUS_HISTORY_RETRIEVAL_NOT_RUNNING == static_cast<NTSTATUS>(0xC0000010));
+static_assert(STATUS_HISTORY_RETRIEVAL_NOT_RUNNING != STATUS_INVALID_DEVICE_STATE);
+
 // Win32 error codes and HRESULTs that cross the interfaces.
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;

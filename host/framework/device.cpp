@@ -100,7 +100,8 @@ extern "C" NTSTATUS WdfDeviceCreate(PWDFDEVICE_INIT* DeviceInit, PWDF_OBJECT_ATT
         return STATUS_INVALID_DEVICE_STATE;
     }
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::DeviceCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::DeviceCreate);
+    if (driverCall.Fails(&status))
         return status;
     DeviceObject* device = nullptr;
     status = Object::Create(init->driver, DeviceAttributes, &device, *init);

@@ -1,4 +1,5 @@
 #include "host/framework/dispatcher.h"
+#include "host/common/fault_injection.h"
 
 #include <limits>
 #include <new>
@@ -6,6 +7,14 @@
 #include "host/framework/violations.h"
 
 namespace host::framework {
+
+// Queued work is the host's (it completes requests); what it calls back in the
+// driver opens its own DriverCodeScope.
+static void RunHostWork(const Dispatcher::Work& work)
+{
+    HostCodeScope hostCode;
+    work();
+}
 namespace {
 
 // Depth of RunPending on this thread: a callback that reaches RunPending again
@@ -106,7 +115,7 @@ bool Dispatcher::RunDue()
             Item item = std::move(work_.front());
             work_.pop_front();
             lock.unlock();
-            item.work();
+            RunHostWork(item.work);
             lock.lock();
             continue;
         }
@@ -135,7 +144,7 @@ void Dispatcher::RunPendingFor(const void* tag)
         Item item = std::move(*it);
         work_.erase(it);
         lock.unlock();
-        item.work();
+        RunHostWork(item.work);
         lock.lock();
     }
 }
@@ -203,7 +212,10 @@ void Dispatcher::FireFirstTimer(std::unique_lock<std::mutex>& lock)
     timer->runningThread = std::this_thread::get_id();
     const LONGLONG firedDue = timer->due;
     lock.unlock();
-    timer->callback(timer->handle);
+    {
+        DriverCodeScope driverCode;
+        timer->callback(timer->handle);
+    }
     lock.lock();
     timer->running = false;
     timer->runningThread = {};
@@ -265,7 +277,7 @@ void Dispatcher::IoThreadMain()
         work_.pop_front();
         ++workRunning_;
         lock.unlock();
-        item.work();
+        RunHostWork(item.work);
         item.work = nullptr;  // release what the work holds before reporting idle
         lock.lock();
         --workRunning_;

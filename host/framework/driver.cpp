@@ -21,7 +21,8 @@ extern "C" NTSTATUS WdfDriverCreate(PDRIVER_OBJECT DriverObject, PCUNICODE_STRIN
         return STATUS_INVALID_DEVICE_STATE;
     }
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::DriverCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::DriverCreate);
+    if (driverCall.Fails(&status))
         return status;
     host::framework::DriverObject* driver = nullptr;
     status = Object::Create(nullptr, DriverAttributes, &driver, *DriverConfig);

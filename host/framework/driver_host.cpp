@@ -2,6 +2,9 @@
 
 #include <atomic>
 
+#include "host/common/fault_injection.h"
+#include "host/common/host_state.h"
+
 #include "host/framework/device.h"
 #include "host/framework/runtime.h"
 #include "host/framework/threads.h"
@@ -20,13 +23,25 @@ DeviceObject* LiveDevice(WDFDEVICE device)
     return object != nullptr && object->Kind() == ObjectKind::Device ? static_cast<DeviceObject*>(object) : nullptr;
 }
 
+// A callback into the driver: its platform calls are the driver's, whatever
+// host code calls the host.
+template <class Fn, class... Args>
+auto CallDriver(Fn fn, Args... args)
+{
+    host::DriverCodeScope driverCode;
+    return fn(args...);
+}
+
 }  // namespace
 
 DriverHost::DriverHost(ClockMode mode, FILETIME startTime)
     : registryPathText_(kRegistryPath), registry_(std::make_shared<RegistryStore>())
 {
     DriverHost* previous = currentHost.exchange(this);
+    ResetDriverThreads();
     Runtime::Get().Reset(mode, FileTimeToTicks(startTime));
+    host::FaultInjector::Instance().Reset();
+    host::ResetHostState();
     if (previous != nullptr)
         ReportViolation("DriverHost: a second host while another exists");
     registryPath_.Length = static_cast<USHORT>(registryPathText_.size() * sizeof(char16_t));
@@ -40,8 +55,10 @@ DriverHost::DriverHost(ClockMode mode, FILETIME startTime)
 DriverHost::~DriverHost()
 {
     Unload();
+    ResetDriverThreads();
     Runtime::Get().Reset(ClockMode::Deterministic, kDefaultStartTicks);
-    ReapThreads(true);
+    host::FaultInjector::Instance().Reset();
+    host::ResetHostState();
     DriverHost* self = this;
     currentHost.compare_exchange_strong(self, nullptr);
 }
@@ -62,7 +79,7 @@ NTSTATUS DriverHost::LoadDriver(EntryFn fxDriverEntryUm)
         return Refuse();
     if (fxDriverEntryUm == nullptr)
         return STATUS_INVALID_PARAMETER;
-    const NTSTATUS status = fxDriverEntryUm(nullptr, nullptr, &driverObject_, &registryPath_);
+    const NTSTATUS status = CallDriver(fxDriverEntryUm, nullptr, nullptr, &driverObject_, &registryPath_);
     if (NT_SUCCESS(status) && driverObject_.wdfDriver == nullptr) {
         ReportViolation("DriverEntry: succeeded without creating the driver object");
         return STATUS_UNSUCCESSFUL;
@@ -89,7 +106,7 @@ NTSTATUS DriverHost::AddDevice(HidCollectionEndpoint& endpoint)
     init.endpoint = &endpoint;
     init.registry = registry_;
     BeginDeviceInit(&init);
-    NTSTATUS status = deviceAdd(Driver(), &init);
+    NTSTATUS status = CallDriver(deviceAdd, Driver(), &init);
     EndDeviceInit();
     if (NT_SUCCESS(status) && init.createdDevice == nullptr) {
         ReportViolation("EvtDriverDeviceAdd: succeeded without creating a device");
@@ -121,11 +138,11 @@ NTSTATUS DriverHost::PrepareHardware()
     RunPending();
     NTSTATUS status = STATUS_SUCCESS;
     if (callbacks->EvtDevicePrepareHardware != nullptr)
-        status = callbacks->EvtDevicePrepareHardware(device_, nullptr, nullptr);
+        status = CallDriver(callbacks->EvtDevicePrepareHardware, device_, nullptr, nullptr);
     if (!NT_SUCCESS(status)) {
         RunPending();
         if (callbacks->EvtDeviceReleaseHardware != nullptr)
-            callbacks->EvtDeviceReleaseHardware(device_, nullptr);
+            CallDriver(callbacks->EvtDeviceReleaseHardware, device_, nullptr);
     } else {
         state_ = PnpState::Prepared;
         firstEntry_ = true;
@@ -143,7 +160,7 @@ NTSTATUS DriverHost::D0Entry()
     const WDF_POWER_DEVICE_STATE previous = firstEntry_ ? WdfPowerDeviceD3Final : WdfPowerDeviceD3;
     NTSTATUS status = STATUS_SUCCESS;
     if (callbacks->EvtDeviceD0Entry != nullptr)
-        status = callbacks->EvtDeviceD0Entry(device_, previous);
+        status = CallDriver(callbacks->EvtDeviceD0Entry, device_, previous);
     if (NT_SUCCESS(status)) {
         state_ = PnpState::Started;
         firstEntry_ = false;
@@ -160,7 +177,7 @@ NTSTATUS DriverHost::D0Exit()
     RunPending();
     NTSTATUS status = STATUS_SUCCESS;
     if (callbacks->EvtDeviceD0Exit != nullptr)
-        status = callbacks->EvtDeviceD0Exit(device_, WdfPowerDeviceD3);
+        status = CallDriver(callbacks->EvtDeviceD0Exit, device_, WdfPowerDeviceD3);
     state_ = PnpState::Prepared;
     RunPending();
     return status;
@@ -174,7 +191,7 @@ NTSTATUS DriverHost::ReleaseHardware()
     RunPending();
     NTSTATUS status = STATUS_SUCCESS;
     if (callbacks->EvtDeviceReleaseHardware != nullptr)
-        status = callbacks->EvtDeviceReleaseHardware(device_, nullptr);
+        status = CallDriver(callbacks->EvtDeviceReleaseHardware, device_, nullptr);
     state_ = PnpState::Added;
     RunPending();
     return status;
@@ -196,7 +213,7 @@ void DriverHost::Unload()
     RunPending();
     DriverObject* driver = driverObject_.wdfDriver;
     if (driver->Config().EvtDriverUnload != nullptr)
-        driver->Config().EvtDriverUnload(driver->DriverHandle());
+        CallDriver(driver->Config().EvtDriverUnload, driver->DriverHandle());
     Object::Delete(driver);
     driverObject_.wdfDriver = nullptr;
     Runtime::Get().SetDriver(nullptr);
@@ -256,6 +273,11 @@ std::string DriverHost::Leaks() const
 std::vector<std::string> DriverHost::Violations() const
 {
     return host::framework::Violations();
+}
+
+std::vector<ViolationRecord> DriverHost::ViolationRecords() const
+{
+    return host::framework::ViolationRecords();
 }
 
 }  // namespace host::framework

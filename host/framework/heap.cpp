@@ -36,7 +36,8 @@ extern "C" void* HeapAlloc(HANDLE hHeap, DWORD dwFlags, SIZE_T dwBytes)
         host::framework::ReportViolation("HeapAlloc: not the process heap");
         return nullptr;
     }
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::DriverHeap))
+    host::DriverCall driverCall(host::FaultPoint::DriverHeap);
+    if (driverCall.Fails())
         return nullptr;
     const SIZE_T size = dwBytes == 0 ? 1 : dwBytes;
     void* block = (dwFlags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, size) : std::malloc(size);

@@ -34,7 +34,8 @@ NTSTATUS IoTargetObject::Open(const WDF_IO_TARGET_OPEN_PARAMS& params)
     if (params.Type != WdfIoTargetOpenLocalTargetByFile)
         return STATUS_NOT_SUPPORTED;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::IoTargetOpen, &status))
+    host::DriverCall driverCall(host::FaultPoint::IoTargetOpen);
+    if (driverCall.Fails(&status))
         return status;
     HidCollectionEndpoint* endpoint = DeviceEndpoint(device_);
     if (endpoint == nullptr)
@@ -121,7 +122,8 @@ extern "C" NTSTATUS WdfIoTargetCreate(WDFDEVICE Device, PWDF_OBJECT_ATTRIBUTES I
     if (device == nullptr)
         return STATUS_INVALID_HANDLE;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::IoTargetCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::IoTargetCreate);
+    if (driverCall.Fails(&status))
         return status;
     IoTargetObject* target = nullptr;
     status = Object::Create(device, IoTargetAttributes, &target, Device);

@@ -31,7 +31,8 @@ extern "C" NTSTATUS WdfMemoryCreate(PWDF_OBJECT_ATTRIBUTES Attributes, POOL_TYPE
     if (BufferSize == 0)
         return STATUS_INVALID_PARAMETER;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::FrameworkMemory, &status))
+    host::DriverCall driverCall(host::FaultPoint::FrameworkMemory);
+    if (driverCall.Fails(&status))
         return status;
     MemoryObject* memory = nullptr;
     status = Object::Create(Runtime::Get().Driver(), Attributes, &memory, BufferSize, PoolTag);
@@ -52,7 +53,8 @@ extern "C" NTSTATUS WdfMemoryCreatePreallocated(PWDF_OBJECT_ATTRIBUTES Attribute
     if (Buffer == nullptr || BufferSize == 0)
         return STATUS_INVALID_PARAMETER;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::FrameworkMemory, &status))
+    host::DriverCall driverCall(host::FaultPoint::FrameworkMemory);
+    if (driverCall.Fails(&status))
         return status;
     MemoryObject* memory = nullptr;
     status = Object::Create(Runtime::Get().Driver(), Attributes, &memory, Buffer, BufferSize);

@@ -1,4 +1,5 @@
 #include "host/framework/object.h"
+#include "host/common/fault_injection.h"
 
 #include <algorithm>
 #include <cstring>
@@ -213,12 +214,16 @@ void Object::Delete(Object* object)
     }
     // The contexts are not touched by anyone else once the object is being deleted.
     for (const ContextBlock& block : object->contexts_) {
-        if (block.cleanup != nullptr)
+        if (block.cleanup != nullptr) {
+            DriverCodeScope driverCode;
             block.cleanup(object->Handle());
+        }
     }
     for (const ContextBlock& block : object->contexts_) {
-        if (block.destroy != nullptr)
+        if (block.destroy != nullptr) {
+            DriverCodeScope driverCode;
             block.destroy(object->Handle());
+        }
     }
     {
         std::lock_guard lock(TreeLock());

@@ -27,7 +27,8 @@ extern "C" NTSTATUS WdfObjectAllocateContext(WDFOBJECT Handle, PWDF_OBJECT_ATTRI
     if (ContextAttributes->Size != sizeof(WDF_OBJECT_ATTRIBUTES))
         return STATUS_INFO_LENGTH_MISMATCH;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::FrameworkMemory, &status))
+    host::DriverCall driverCall(host::FaultPoint::ObjectContext);
+    if (driverCall.Fails(&status))
         return status;
     void* context = nullptr;
     status = object->AddContext(ContextAttributes, &context);

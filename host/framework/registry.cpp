@@ -69,7 +69,8 @@ extern "C" NTSTATUS WdfDeviceOpenRegistryKey(WDFDEVICE Device, ULONG DeviceInsta
     if ((DeviceInstanceKeyType & ~WDF_REGKEY_DRIVER_SUBKEY) != PLUGPLAY_REGKEY_DRIVER)
         return STATUS_INVALID_PARAMETER;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RegistryOpenKey, &status))
+    host::DriverCall driverCall(host::FaultPoint::RegistryOpenKey);
+    if (driverCall.Fails(&status))
         return status;
     if (device->Registry() == nullptr)
         return STATUS_OBJECT_NAME_NOT_FOUND;
@@ -95,7 +96,8 @@ extern "C" NTSTATUS WdfRegistryCreateKey(WDFKEY ParentKey, PCUNICODE_STRING KeyN
         if (!ReadName(KeyName, &name) || name.empty())
             return STATUS_INVALID_PARAMETER;
         NTSTATUS status = STATUS_SUCCESS;
-        if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RegistryCreateKey, &status))
+        host::DriverCall driverCall(host::FaultPoint::RegistryCreateKey);
+        if (driverCall.Fails(&status))
             return status;
         RegistryStore* store = parent->Store();
         if (store == nullptr)
@@ -123,7 +125,8 @@ extern "C" NTSTATUS WdfRegistryQueryULong(WDFKEY Key, PCUNICODE_STRING ValueName
         if (!ReadName(ValueName, &name))
             return STATUS_INVALID_PARAMETER;
         NTSTATUS status = STATUS_SUCCESS;
-        if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RegistryQueryValue, &status))
+        host::DriverCall driverCall(host::FaultPoint::RegistryQueryValue);
+        if (driverCall.Fails(&status))
             return status;
         RegistryStore* store = key->Store();
         if (store == nullptr)
@@ -148,7 +151,8 @@ extern "C" NTSTATUS WdfRegistryAssignULong(WDFKEY Key, PCUNICODE_STRING ValueNam
         if (!ReadName(ValueName, &name))
             return STATUS_INVALID_PARAMETER;
         NTSTATUS status = STATUS_SUCCESS;
-        if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RegistryAssignValue, &status))
+        host::DriverCall driverCall(host::FaultPoint::RegistryAssignValue);
+        if (driverCall.Fails(&status))
             return status;
         RegistryStore* store = key->Store();
         if (store == nullptr)

@@ -1,6 +1,7 @@
 // The request object: formatting, completion by the driver, delivery of an
 // asynchronous completion, and deletion while in flight.
 #include "host/framework/request.h"
+#include "host/common/fault_injection.h"
 
 #include <algorithm>
 #include <cstring>
@@ -182,8 +183,10 @@ void RequestObject::FinishAsync(WDFIOTARGET target, NTSTATUS status, ULONG_PTR i
     information_.store(information, std::memory_order_release);
     status_.store(status, std::memory_order_release);
     state_.store(State::Completed, std::memory_order_release);
-    if (routine_ != nullptr)
+    if (routine_ != nullptr) {
+        DriverCodeScope driverCode;
         routine_(static_cast<WDFREQUEST>(Handle()), target, &params_, routineContext_);
+    }
 }
 
 void RequestObject::OnDeleting()

@@ -23,7 +23,8 @@ extern "C" NTSTATUS WdfRequestCreate(PWDF_OBJECT_ATTRIBUTES RequestAttributes, W
         parent = target;
     }
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RequestCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::RequestCreate);
+    if (driverCall.Fails(&status))
         return status;
     RequestObject* request = nullptr;
     status = Object::Create(parent, RequestAttributes, &request, IoTarget == nullptr);

@@ -94,7 +94,8 @@ BOOLEAN RequestObject::Send(IoTargetObject& target, const WDF_REQUEST_SEND_OPTIO
         return FailSend(STATUS_INVALID_PARAMETER);
     }
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::RequestSend, &status))
+    host::DriverCall driverCall(host::FaultPoint::RequestSend);
+    if (driverCall.Fails(&status))
         return FailSend(status);
     const bool synchronous = options != nullptr && (options->Flags & WDF_REQUEST_SEND_OPTION_SYNCHRONOUS) != 0;
     if (!synchronous)

@@ -53,7 +53,8 @@ extern "C" NTSTATUS WdfTimerCreate(PWDF_TIMER_CONFIG Config, PWDF_OBJECT_ATTRIBU
     if (Config->Size != sizeof(WDF_TIMER_CONFIG))
         return STATUS_INFO_LENGTH_MISMATCH;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::TimerCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::TimerCreate);
+    if (driverCall.Fails(&status))
         return status;
     TimerObject* timer = nullptr;
     status = Object::Create(nullptr, Attributes, &timer, *Config);

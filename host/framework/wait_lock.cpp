@@ -7,25 +7,53 @@
 #include "host/framework/clock.h"
 #include "host/framework/handle_check.h"
 #include "host/framework/runtime.h"
+#include "host/framework/threads.h"
+#include "host/framework/violations.h"
 
 namespace host::framework {
 
 NTSTATUS WaitLockObject::Acquire(LONGLONG timeoutTicks)
 {
-    std::unique_lock lock(mutex_);
-    if (held_ && owner_ == std::this_thread::get_id() && timeoutTicks != 0) {
-        ReportViolation("WdfWaitLockAcquire: the thread already holds this lock (deadlock)");
-        return STATUS_INVALID_DEVICE_STATE;
+    {
+        std::unique_lock lock(mutex_);
+        if (held_ && owner_ == std::this_thread::get_id() && timeoutTicks != 0) {
+            ReportViolation("WdfWaitLockAcquire: the thread already holds this lock (deadlock)");
+            return STATUS_INVALID_DEVICE_STATE;
+        }
+        if (!scheduling::Scheduled()) {
+            const auto free = [this] { return !held_; };
+            if (timeoutTicks < 0) {
+                released_.wait(lock, free);
+            } else if (!released_.wait_for(lock, std::chrono::microseconds(timeoutTicks / 10), free)) {
+                return STATUS_TIMEOUT;
+            }
+            held_ = true;
+            owner_ = std::this_thread::get_id();
+            return STATUS_SUCCESS;
+        }
     }
-    const auto free = [this] { return !held_; };
-    if (timeoutTicks < 0) {
-        released_.wait(lock, free);
-    } else if (!released_.wait_for(lock, std::chrono::microseconds(timeoutTicks / 10), free)) {
+    const auto tryTake = [this] {
+        std::lock_guard lock(mutex_);
+        if (held_)
+            return false;
+        held_ = true;
+        owner_ = std::this_thread::get_id();
+        return true;
+    };
+    const auto free = [this] {
+        std::lock_guard lock(mutex_);
+        return !held_;
+    };
+    switch (scheduling::Wait(tryTake, free, timeoutTicks)) {
+    case scheduling::WaitResult::Satisfied:
+        return STATUS_SUCCESS;
+    case scheduling::WaitResult::TimedOut:
         return STATUS_TIMEOUT;
+    case scheduling::WaitResult::Deadlock:
+        break;
     }
-    held_ = true;
-    owner_ = std::this_thread::get_id();
-    return STATUS_SUCCESS;
+    ReportViolation("WdfWaitLockAcquire: the lock is held by a thread that cannot release it (deadlock)");
+    return STATUS_INVALID_DEVICE_STATE;
 }
 
 void WaitLockObject::Release()
@@ -59,7 +87,8 @@ extern "C" NTSTATUS WdfWaitLockCreate(PWDF_OBJECT_ATTRIBUTES LockAttributes, WDF
         return STATUS_INVALID_PARAMETER;
     *Lock = nullptr;
     NTSTATUS status = STATUS_SUCCESS;
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::WaitLockCreate, &status))
+    host::DriverCall driverCall(host::FaultPoint::WaitLockCreate);
+    if (driverCall.Fails(&status))
         return status;
     WaitLockObject* lock = nullptr;
     status = Object::Create(Runtime::Get().Driver(), LockAttributes, &lock);

@@ -1,6 +1,8 @@
 // Wait locks: a lock a thread may hold across calls and release from any
-// thread, with an optional time-out on acquisition (real time in both clock
-// modes: the contending threads are real).
+// thread, with an optional time-out on acquisition. Real-time mode: real
+// waits. Deterministic mode: contention parks a driver thread until the lock
+// is free (time-outs on the virtual clock), and the host's own thread lets the
+// driver threads run before it gives up (see threads.h).
 //
 // Acquiring a lock the same thread already holds would deadlock on the
 // platform; here it is reported as a violation and fails with

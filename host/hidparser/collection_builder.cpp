@@ -45,6 +45,23 @@ const LocalIndex* IndexFor(std::span<const LocalIndex> list, std::size_t k)
     return &list[std::min(k, list.size() - 1)];
 }
 
+// One past the last alias of the usage at `first`: the usages of one control.
+std::size_t ControlEnd(std::span<const ResolvedUsage> usages, std::size_t first)
+{
+    std::size_t end = first + 1;
+    while (end < usages.size() && usages[end].isAlias) ++end;
+    return end;
+}
+
+// The last usage that is not an alias: it takes the remaining elements.
+std::size_t LastPrimary(std::span<const ResolvedUsage> usages)
+{
+    std::size_t last = 0;
+    for (std::size_t i = 0; i < usages.size(); ++i)
+        if (!usages[i].isAlias) last = i;
+    return last;
+}
+
 }  // namespace
 
 // One capability to add: which usage entry, and where its elements sit.
@@ -127,11 +144,9 @@ bool CollectionBuilder::AddField(const MainField& field, std::size_t offset, Par
     placed += static_cast<std::uint32_t>(bits);
     collections_.back().reports[field.reportType].reportIds.Insert(field.reportId);
 
+    // A field of any width is a capability (sensor hubs declare 48 to 192-bit
+    // values); the HidP_ calls say how they read one wider than a ULONG.
     if (field.usages.empty()) return true;  // padding
-    if (field.bitSize > limits::kMaxValueBitSize)
-        return Fail(error, offset,
-                    "Report Size " + std::to_string(field.bitSize) + " above " +
-                        std::to_string(limits::kMaxValueBitSize) + " for a field with usages");
 
     const bool isArray = (field.flags & kMainVariable) == 0;
     return isArray ? AddArrayCaps(field, fieldBitOffset, offset, error)
@@ -146,19 +161,24 @@ bool CollectionBuilder::AddVariableCaps(const MainField& field, std::uint32_t fi
     const bool isButton = field.bitSize == 1 && field.logicalMin == 0 && field.logicalMax == 1;
     // Usages take one element each, in order (a range one per usage); the last
     // usage takes all remaining elements. Usages beyond the count get none.
+    // Aliases sit on the elements of the usage they follow.
+    const std::size_t last = LastPrimary(field.usages);
     std::uint32_t remaining = field.reportCount;
     std::uint32_t element = 0;
-    for (std::size_t i = 0; i < field.usages.size() && remaining > 0; ++i) {
-        const bool last = i + 1 == field.usages.size();
-        const std::uint32_t count = last ? remaining : std::min(UsageSpan(field.usages[i]), remaining);
-        CapSource source;
-        source.usageIndex = i;
-        source.bitOffset = fieldBitOffset + element * field.bitSize;
-        source.reportCount = count;
-        source.isButton = isButton;
-        if (!AddCap(field, source, offset, error)) return false;
+    for (std::size_t i = 0; i < field.usages.size() && remaining > 0;) {
+        const std::uint32_t count = i == last ? remaining : std::min(UsageSpan(field.usages[i]), remaining);
+        const std::size_t end = ControlEnd(field.usages, i);
+        for (std::size_t u = i; u < end; ++u) {
+            CapSource source;
+            source.usageIndex = u;
+            source.bitOffset = fieldBitOffset + element * field.bitSize;
+            source.reportCount = count;
+            source.isButton = isButton;
+            if (!AddCap(field, source, offset, error)) return false;
+        }
         element += count;
         remaining -= count;
+        i = end;
     }
     return true;
 }
@@ -168,18 +188,22 @@ bool CollectionBuilder::AddArrayCaps(const MainField& field, std::uint32_t field
 {
     // Every slot of an array holds an index into the item's usages, counted
     // from Logical Minimum. One button capability per usage entry, all on the
-    // same slots.
+    // same slots; aliases share the index of the usage they follow.
     std::uint32_t indexBase = 0;
-    for (std::size_t i = 0; i < field.usages.size(); ++i) {
-        CapSource source;
-        source.usageIndex = i;
-        source.bitOffset = fieldBitOffset;
-        source.reportCount = field.reportCount;
-        source.arrayIndexBase = static_cast<std::uint16_t>(indexBase);
-        source.isButton = true;
-        source.isArray = true;
-        if (!AddCap(field, source, offset, error)) return false;
+    for (std::size_t i = 0; i < field.usages.size();) {
+        const std::size_t end = ControlEnd(field.usages, i);
+        for (std::size_t u = i; u < end; ++u) {
+            CapSource source;
+            source.usageIndex = u;
+            source.bitOffset = fieldBitOffset;
+            source.reportCount = field.reportCount;
+            source.arrayIndexBase = static_cast<std::uint16_t>(indexBase);
+            source.isButton = true;
+            source.isArray = true;
+            if (!AddCap(field, source, offset, error)) return false;
+        }
         indexBase += UsageSpan(field.usages[i]);
+        i = end;
     }
     return true;
 }
@@ -195,14 +219,22 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     const ResolvedUsage& usage = field.usages[source.usageIndex];
     // One data index per usage the field can report: every usage of an array;
     // for variable fields only those that got an element.
+    // An alias names the control of the usage before it: it shares its
+    // data indices.
     std::uint32_t dataIndices = 1;
     if (usage.isRange) dataIndices = source.isArray ? UsageSpan(usage) : std::min(UsageSpan(usage), source.reportCount);
-    if (report.dataIndexCount + dataIndices > limits::kMaxDataIndices)
-        return Fail(error, offset,
-                    "too many usages: " + std::string(ReportTypeName(field.reportType)) + " reports need more than " +
-                        std::to_string(limits::kMaxDataIndices) + " data indices");
-    const auto dataIndex = static_cast<std::uint16_t>(report.dataIndexCount);
-    report.dataIndexCount += dataIndices;
+    if (usage.isAlias) {
+        dataIndices = std::min(dataIndices, lastDataIndices_);
+    } else {
+        if (report.dataIndexCount + dataIndices > limits::kMaxDataIndices)
+            return Fail(error, offset,
+                        "too many usages: " + std::string(ReportTypeName(field.reportType)) +
+                            " reports need more than " + std::to_string(limits::kMaxDataIndices) + " data indices");
+        lastDataIndex_ = static_cast<std::uint16_t>(report.dataIndexCount);
+        lastDataIndices_ = dataIndices;
+        report.dataIndexCount += dataIndices;
+    }
+    const std::uint16_t dataIndex = lastDataIndex_;
 
     const std::uint16_t linkCollection = openNodes_[depth_ - 1];
     const HIDP_LINK_COLLECTION_NODE& node = model.nodes[linkCollection];
@@ -228,7 +260,7 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     record.linkCollection = linkCollection;
     record.bitOffset = source.bitOffset;
     record.reportCount = static_cast<std::uint16_t>(source.reportCount);
-    record.bitSize = static_cast<std::uint8_t>(field.bitSize);
+    record.bitSize = static_cast<std::uint16_t>(field.bitSize);
     record.reportId = field.reportId;
     record.flags = source.isArray ? preparsed::kFieldArray : 0;
     record.logicalMin = field.logicalMin;
@@ -239,6 +271,7 @@ bool CollectionBuilder::AddCap(const MainField& field, const CapSource& source, 
     const auto fillShared = [&](auto& cap) {
         cap.UsagePage = usage.page;
         cap.ReportID = field.reportId;
+        cap.IsAlias = usage.isAlias;
         cap.BitField = field.flags;
         cap.LinkCollection = linkCollection;
         cap.LinkUsage = node.LinkUsage;

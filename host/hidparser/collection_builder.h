@@ -64,6 +64,10 @@ private:
     std::size_t depth_ = 0;
     std::size_t nodeCount_ = 0;
     std::size_t capabilityCount_ = 0;
+    // Data indices of the last capability that was not an alias; its
+    // aliases take the same.
+    std::uint16_t lastDataIndex_ = 0;
+    std::uint32_t lastDataIndices_ = 1;
     // Bits placed so far in each report, descriptor-wide, per report type and
     // ID. An entry is set when its report is first seen: zeroing all 3 KiB
     // up front was a tenth of the parse of a short descriptor.

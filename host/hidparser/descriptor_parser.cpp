@@ -70,12 +70,12 @@ bool DescriptorParser::OnLocal(const Item& item, ParseError& error)
     return ApplyLocalItem(locals_, item, error);
 }
 
-bool DescriptorParser::OnReserved(const Item& item, ParseError& error)
+bool DescriptorParser::OnReserved(const Item&, ParseError&)
 {
-    // No long item tag is defined, so a long item cannot change the reports:
-    // skip it. A short item of the reserved type is an error.
-    if (item.isLong) return true;
-    return Fail(error, item, "item of the reserved type 3 (tag " + std::to_string(item.tag) + ")");
+    // No long item tag is defined and the reserved type has no meaning yet,
+    // so neither can change the reports: skip them, as shipped devices
+    // expect of a tolerant parser.
+    return true;
 }
 
 bool DescriptorParser::OnMain(const Item& item, ParseError& error)
@@ -87,7 +87,7 @@ bool DescriptorParser::OnMain(const Item& item, ParseError& error)
     case kFeature: ok = OnField(item, HidP_Feature, error); break;
     case kCollection: ok = OnCollection(item, error); break;
     case kEndCollection: ok = OnEndCollection(item, error); break;
-    default: return Fail(error, item, "reserved main item tag " + std::to_string(item.tag));
+    default: ok = true; break;  // reserved tag: no data to place, skipped
     }
     locals_.Clear();  // every main item ends the local state
     return ok;
@@ -171,10 +171,7 @@ bool DescriptorParser::Finish(ParseError& error)
         error.reason = std::to_string(builder_.Depth()) + " collection(s) without End Collection at end of descriptor";
         return false;
     }
-    if (globals_.pushDepth != 0) {
-        error.reason = std::to_string(globals_.pushDepth) + " Push item(s) without Pop at end of descriptor";
-        return false;
-    }
+    // A Push left without its Pop changes no field that was placed: accepted.
     if (locals_.delimiterOpen) {
         error.reason = "Delimiter set not closed at end of descriptor";
         return false;

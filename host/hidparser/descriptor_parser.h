@@ -1,6 +1,15 @@
 // Reads items one at a time: dispatches on the item type through a table
 // (main, global, local, reserved), keeps the item state and feeds the
 // collection builder. End-of-input invariants are checked once, in Finish.
+//
+// What is refused: only what would cost unbounded memory or time (the limits
+// of parse_limits.h, truncated items) or leave the reports unreadable (a
+// field of no declared size, report ID 0 or above 255, reports with and
+// without IDs mixed, fields outside a collection, unbalanced collections,
+// Pop without Push, usage ranges that name no usage, broken delimiter sets).
+// Everything else a shipped device may carry is taken: reserved items are
+// skipped, odd unit exponents keep their low nibble, a Push never popped is
+// forgotten, and value fields may be of any width.
 #pragma once
 
 #include <cstddef>

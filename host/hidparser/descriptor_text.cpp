@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 
 namespace host::hid {
 
@@ -57,23 +58,54 @@ private:
     std::size_t column_;
 };
 
-bool AppendHexToken(std::string_view token, const std::string& where, std::vector<std::uint8_t>& bytes,
-                    std::string& error)
+// A token as a message shows it: quoted, cut to a few dozen characters, with
+// anything that is not printable ASCII escaped, so that a hostile file cannot
+// flood or drive the terminal.
+std::string Quoted(std::string_view token)
+{
+    constexpr std::size_t kShown = 24;
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string shown = "'";
+    for (const char c : token.substr(0, kShown)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7F && c != '\\') {
+            shown += c;
+        } else {
+            shown += "\\x";
+            shown += kDigits[byte >> 4];
+            shown += kDigits[byte & 0x0F];
+        }
+    }
+    if (token.size() > kShown) shown += "...";
+    return shown + "'";
+}
+
+std::string TooLong(std::size_t maxBytes)
+{
+    return "descriptor longer than " + std::to_string(maxBytes) + " bytes";
+}
+
+bool AppendHexToken(std::string_view token, const std::string& where, std::size_t maxBytes,
+                    std::vector<std::uint8_t>& bytes, std::string& error)
 {
     std::string_view digits = token;
     if (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) digits.remove_prefix(2);
     for (char c : digits) {
         if (HexDigit(c) < 0) {
-            error = "bad token '" + std::string(token) + "' at " + where;
+            error = "bad token " + Quoted(token) + " at " + where;
             return false;
         }
     }
     if (digits.empty()) {
-        error = "bad token '" + std::string(token) + "' at " + where + ": no hex digits";
+        error = "bad token " + Quoted(token) + " at " + where + ": no hex digits";
         return false;
     }
     if (digits.size() % 2 != 0) {
-        error = "odd number of hex digits in '" + std::string(token) + "' at " + where;
+        error = "odd number of hex digits in " + Quoted(token) + " at " + where;
+        return false;
+    }
+    if (digits.size() / 2 > maxBytes - bytes.size()) {
+        error = TooLong(maxBytes) + " at " + where;
         return false;
     }
     for (std::size_t i = 0; i < digits.size(); i += 2)
@@ -81,19 +113,20 @@ bool AppendHexToken(std::string_view token, const std::string& where, std::vecto
     return true;
 }
 
-bool ParsePlain(std::string_view text, std::vector<std::uint8_t>& bytes, std::string& error)
+bool ParsePlainLine(std::string_view line, std::size_t lineNumber, std::size_t maxBytes,
+                    std::vector<std::uint8_t>& bytes, std::string& error)
 {
-    TokenReader reader(text, 1);
+    TokenReader reader(line, lineNumber);
     std::string_view token;
     std::string where;
     while (reader.Next(token, where)) {
-        if (!AppendHexToken(token, where, bytes, error)) return false;
+        if (!AppendHexToken(token, where, maxBytes, bytes, error)) return false;
     }
     return true;
 }
 
-bool ParseRecorderLine(std::string_view rest, std::size_t line, std::size_t column, std::vector<std::uint8_t>& bytes,
-                       std::string& error)
+bool ParseRecorderLine(std::string_view rest, std::size_t line, std::size_t column, std::size_t maxBytes,
+                       std::vector<std::uint8_t>& bytes, std::string& error)
 {
     TokenReader reader(rest, line, column);
     std::string_view token;
@@ -105,13 +138,17 @@ bool ParseRecorderLine(std::string_view rest, std::size_t line, std::size_t colu
     std::size_t count = 0;
     for (char c : token) {
         if (c < '0' || c > '9' || count > 1000000) {
-            error = "bad byte count '" + std::string(token) + "' at " + where;
+            error = "bad byte count " + Quoted(token) + " at " + where;
             return false;
         }
         count = count * 10 + static_cast<std::size_t>(c - '0');
     }
+    if (count > maxBytes) {
+        error = TooLong(maxBytes) + ": R: line at line " + std::to_string(line) + " gives " + std::to_string(count);
+        return false;
+    }
     while (reader.Next(token, where)) {
-        if (!AppendHexToken(token, where, bytes, error)) return false;
+        if (!AppendHexToken(token, where, maxBytes, bytes, error)) return false;
     }
     if (bytes.size() != count) {
         error = "R: line at line " + std::to_string(line) + " gives " + std::to_string(count) + " bytes but holds " +
@@ -133,40 +170,48 @@ bool RecorderLine(std::string_view line, std::string_view& rest)
 
 }  // namespace
 
-bool ParseHexDescriptor(std::string_view text, std::vector<std::uint8_t>& bytes, std::string& error)
+HexDescriptorReader::HexDescriptorReader(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+
+bool HexDescriptorReader::AddLine(std::string_view line)
+{
+    ++lineNumber_;
+    if (!recorderError_.empty()) return false;
+    std::string_view rest;
+    if (RecorderLine(line, rest)) {
+        if (recorder_) {
+            recorderError_ = "more than one R: line (line " + std::to_string(lineNumber_) + ")";
+            return false;
+        }
+        recorder_ = true;
+        plainBytes_ = {};
+        const auto column = static_cast<std::size_t>(rest.data() - line.data()) + 1;
+        return ParseRecorderLine(rest, lineNumber_, column, maxBytes_, recorderBytes_, recorderError_);
+    }
+    // Until an R: line turns the text into a capture, every line is hex.
+    if (!recorder_ && plainError_.empty())
+        ParsePlainLine(line, lineNumber_, maxBytes_, plainBytes_, plainError_);
+    return true;
+}
+
+bool HexDescriptorReader::Finish(std::vector<std::uint8_t>& bytes, std::string& error)
 {
     bytes.clear();
-    error.clear();
+    error = recorder_ ? recorderError_ : plainError_;
+    if (!error.empty()) return false;
+    bytes = recorder_ ? std::move(recorderBytes_) : std::move(plainBytes_);
+    return true;
+}
 
-    bool recorder = false;
-    std::size_t lineNumber = 0;
+bool ParseHexDescriptor(std::string_view text, std::vector<std::uint8_t>& bytes, std::string& error)
+{
+    HexDescriptorReader reader(SIZE_MAX);
     std::size_t start = 0;
     while (start <= text.size()) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
-        const std::string_view line = text.substr(start, end - start);
-        ++lineNumber;
-        std::string_view rest;
-        if (RecorderLine(line, rest)) {
-            if (recorder) {
-                error = "more than one R: line (line " + std::to_string(lineNumber) + ")";
-                bytes.clear();
-                return false;
-            }
-            recorder = true;
-            const auto column = static_cast<std::size_t>(rest.data() - line.data()) + 1;
-            if (!ParseRecorderLine(rest, lineNumber, column, bytes, error)) {
-                bytes.clear();
-                return false;
-            }
-        }
+        if (!reader.AddLine(text.substr(start, end - start))) break;
         start = end + 1;
     }
-    if (recorder) return true;
-    if (!ParsePlain(text, bytes, error)) {
-        bytes.clear();
-        return false;
-    }
-    return true;
+    return reader.Finish(bytes, error);
 }
 
 }  // namespace host::hid

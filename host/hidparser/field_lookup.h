@@ -41,7 +41,7 @@ inline bool FieldFitsReport(const preparsed::FieldRecord& field, std::uint16_t r
 struct ValueLocation {
     std::uint32_t bitOffset;     // of the first element addressed
     std::uint16_t elementCount;  // elements of the usage (1 for a usage inside a range)
-    std::uint8_t bitSize;
+    std::uint16_t bitSize;       // may be above 32 (hidp_values.cpp)
     std::uint8_t reportId;
 };
 

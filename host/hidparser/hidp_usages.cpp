@@ -55,6 +55,25 @@ std::uint32_t ArrayValue(const FieldRecord& field, USAGE usage)
     return static_cast<std::uint32_t>(value) & FieldMask(field.bitSize);
 }
 
+// Element `element` of a button field. An array slot wider than 32 bits
+// holds its index in its low 32 bits (Logical Minimum and Maximum are 32-bit
+// numbers): the bits above are ignored when read and written as 0.
+std::uint32_t ReadElement(const std::uint8_t* report, ULONG length, const FieldRecord& field, std::uint32_t element)
+{
+    const unsigned bits = std::min<unsigned>(field.bitSize, 32);
+    return ExtractBits(report, length, field.bitOffset + element * field.bitSize, bits);
+}
+
+void WriteElement(std::uint8_t* report, ULONG length, const FieldRecord& field, std::uint32_t element,
+                  std::uint32_t value)
+{
+    const std::uint32_t at = field.bitOffset + element * field.bitSize;
+    const unsigned bits = std::min<unsigned>(field.bitSize, 32);
+    InsertBits(report, length, at, bits, value);
+    for (std::uint32_t high = bits; high < field.bitSize; high += 32)
+        InsertBits(report, length, at + high, std::min<unsigned>(field.bitSize - high, 32), 0);
+}
+
 bool SlotIsFree(const FieldRecord& field, std::uint32_t raw)
 {
     if (raw == 0) return true;
@@ -105,35 +124,33 @@ NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollectio
 NTSTATUS SetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
 {
     if (!IsArray(field)) {
-        InsertBits(report, length, field.bitOffset + (usage - field.usageMin) * field.bitSize, field.bitSize, 1);
+        WriteElement(report, length, field, usage - field.usageMin, 1);
         return HIDP_STATUS_SUCCESS;
     }
     const std::uint32_t wanted = ArrayValue(field, usage);
     std::uint32_t freeSlot = field.reportCount;
     for (std::uint32_t slot = 0; slot < field.reportCount; ++slot) {
-        const std::uint32_t at = field.bitOffset + slot * field.bitSize;
-        const std::uint32_t raw = ExtractBits(report, length, at, field.bitSize);
+        const std::uint32_t raw = ReadElement(report, length, field, slot);
         if (raw == wanted) return HIDP_STATUS_SUCCESS;  // already set
         if (freeSlot == field.reportCount && SlotIsFree(field, raw)) freeSlot = slot;
     }
     if (freeSlot == field.reportCount) return HIDP_STATUS_BUFFER_TOO_SMALL;  // every slot is taken
-    InsertBits(report, length, field.bitOffset + freeSlot * field.bitSize, field.bitSize, wanted);
+    WriteElement(report, length, field, freeSlot, wanted);
     return HIDP_STATUS_SUCCESS;
 }
 
 NTSTATUS UnsetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, USAGE usage)
 {
     if (!IsArray(field)) {
-        const std::uint32_t at = field.bitOffset + (usage - field.usageMin) * field.bitSize;
-        if (ExtractBits(report, length, at, field.bitSize) == 0) return HIDP_STATUS_BUTTON_NOT_PRESSED;
-        InsertBits(report, length, at, field.bitSize, 0);
+        const std::uint32_t element = usage - field.usageMin;
+        if (ReadElement(report, length, field, element) == 0) return HIDP_STATUS_BUTTON_NOT_PRESSED;
+        WriteElement(report, length, field, element, 0);
         return HIDP_STATUS_SUCCESS;
     }
     const std::uint32_t wanted = ArrayValue(field, usage);
     for (std::uint32_t slot = 0; slot < field.reportCount; ++slot) {
-        const std::uint32_t at = field.bitOffset + slot * field.bitSize;
-        if (ExtractBits(report, length, at, field.bitSize) == wanted) {
-            InsertBits(report, length, at, field.bitSize, 0);
+        if (ReadElement(report, length, field, slot) == wanted) {
+            WriteElement(report, length, field, slot, 0);
             return HIDP_STATUS_SUCCESS;
         }
     }
@@ -179,8 +196,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
         sawReport = true;
         if (!host::hid::FieldFitsReport(field, header.reportByteLength)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
         for (std::uint32_t element = 0; element < field.reportCount; ++element) {
-            const std::uint32_t raw =
-                host::hid::ExtractBits(report, ReportLength, field.bitOffset + element * field.bitSize, field.bitSize);
+            const std::uint32_t raw = host::hid::ReadElement(report, ReportLength, field, element);
             if (host::hid::IsArray(field)) {
                 emit(host::hid::ArrayUsage(field, raw));
             } else if (raw != 0) {

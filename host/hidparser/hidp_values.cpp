@@ -15,6 +15,13 @@
 //   report ID of the first matching field (descriptor order) into byte 0.
 // - The array buffer holds the elements packed as in the report: element i at
 //   bits i*BitSize.. of the buffer, ceil(BitSize*ReportCount/8) bytes.
+// - A value wider than 32 bits (sensor hubs declare 48, 64 and 192-bit
+//   fields) does not fit the ULONG of the single-value calls. GetUsageValue
+//   answers its low 32 bits and SetUsageValue writes the ULONG zero-extended
+//   over the whole field, so a driver reading it as a number sees what a
+//   32-bit field of the same value would give. Its full bytes go through the
+//   array calls, which treat such a field as an array even with ReportCount 1.
+#include <algorithm>
 #include <cstring>
 
 #include "host/hidparser/field_lookup.h"
@@ -62,6 +69,13 @@ std::size_t ArrayByteLength(const ValueLocation& location)
     return (std::size_t{location.bitSize} * location.elementCount + 7) / 8;
 }
 
+bool IsArray(const ValueLocation& location)
+{
+    return location.elementCount > 1 || location.bitSize > 32;
+}
+
+constexpr unsigned kUlongBits = 32;
+
 }  // namespace
 }  // namespace host::hid
 
@@ -77,8 +91,9 @@ extern "C" NTSTATUS HidP_GetUsageValue(HIDP_REPORT_TYPE ReportType, USAGE UsageP
                                                    UsageValue, Report, ReportLength, ReportIdRule::Match, call);
     if (status != HIDP_STATUS_SUCCESS) return status;
     if (call.location.elementCount != 1) return HIDP_STATUS_IS_VALUE_ARRAY;
-    *UsageValue = host::hid::ExtractBits(reinterpret_cast<const std::uint8_t*>(Report), ReportLength,
-                                         call.location.bitOffset, call.location.bitSize);
+    const unsigned bits = std::min<unsigned>(call.location.bitSize, host::hid::kUlongBits);
+    *UsageValue =
+        host::hid::ExtractBits(reinterpret_cast<const std::uint8_t*>(Report), ReportLength, call.location.bitOffset, bits);
     return HIDP_STATUS_SUCCESS;
 }
 
@@ -91,9 +106,14 @@ extern "C" NTSTATUS HidP_SetUsageValue(HIDP_REPORT_TYPE ReportType, USAGE UsageP
                                                    Report, ReportLength, ReportIdRule::AdoptIfZero, call);
     if (status != HIDP_STATUS_SUCCESS) return status;
     if (call.location.elementCount != 1) return HIDP_STATUS_IS_VALUE_ARRAY;
-    host::hid::InsertBits(reinterpret_cast<std::uint8_t*>(Report), ReportLength, call.location.bitOffset,
-                          call.location.bitSize, UsageValue);
-    host::hid::AdoptReportId(Report, call.location);
+    auto* report = reinterpret_cast<std::uint8_t*>(Report);
+    const host::hid::ValueLocation& at = call.location;
+    const unsigned bits = std::min<unsigned>(at.bitSize, host::hid::kUlongBits);
+    host::hid::InsertBits(report, ReportLength, at.bitOffset, bits, UsageValue);
+    for (std::uint32_t high = bits; high < at.bitSize; high += host::hid::kUlongBits)
+        host::hid::InsertBits(report, ReportLength, at.bitOffset + high,
+                              std::min<unsigned>(at.bitSize - high, host::hid::kUlongBits), 0);
+    host::hid::AdoptReportId(Report, at);
     return HIDP_STATUS_SUCCESS;
 }
 
@@ -106,7 +126,7 @@ extern "C" NTSTATUS HidP_GetUsageValueArray(HIDP_REPORT_TYPE ReportType, USAGE U
                                                    UsageValue, Report, ReportLength, ReportIdRule::Match, call);
     if (status != HIDP_STATUS_SUCCESS) return status;
     const host::hid::ValueLocation& at = call.location;
-    if (at.elementCount == 1) return HIDP_STATUS_NOT_VALUE_ARRAY;
+    if (!host::hid::IsArray(at)) return HIDP_STATUS_NOT_VALUE_ARRAY;
     const std::size_t bytes = host::hid::ArrayByteLength(at);
     if (UsageValueByteLength < bytes) return HIDP_STATUS_BUFFER_TOO_SMALL;
 
@@ -117,11 +137,8 @@ extern "C" NTSTATUS HidP_GetUsageValueArray(HIDP_REPORT_TYPE ReportType, USAGE U
         return HIDP_STATUS_SUCCESS;
     }
     std::memset(target, 0, bytes);
-    for (std::uint32_t i = 0; i < at.elementCount; ++i) {
-        const std::uint32_t element =
-            host::hid::ExtractBits(source, ReportLength, at.bitOffset + i * at.bitSize, at.bitSize);
-        host::hid::InsertBits(target, bytes, i * at.bitSize, at.bitSize, element);
-    }
+    host::hid::CopyBits(source, ReportLength, at.bitOffset, target, bytes, 0,
+                        std::uint32_t{at.bitSize} * at.elementCount);
     return HIDP_STATUS_SUCCESS;
 }
 
@@ -134,20 +151,17 @@ extern "C" NTSTATUS HidP_SetUsageValueArray(HIDP_REPORT_TYPE ReportType, USAGE U
                                                    UsageValue, Report, ReportLength, ReportIdRule::AdoptIfZero, call);
     if (status != HIDP_STATUS_SUCCESS) return status;
     const host::hid::ValueLocation& at = call.location;
-    if (at.elementCount == 1) return HIDP_STATUS_NOT_VALUE_ARRAY;
+    if (!host::hid::IsArray(at)) return HIDP_STATUS_NOT_VALUE_ARRAY;
     const std::size_t bytes = host::hid::ArrayByteLength(at);
     if (UsageValueByteLength < bytes) return HIDP_STATUS_BUFFER_TOO_SMALL;
 
     const auto* source = reinterpret_cast<const std::uint8_t*>(UsageValue);
     auto* target = reinterpret_cast<std::uint8_t*>(Report);
-    if (at.bitOffset % 8 == 0 && at.bitSize % 8 == 0) {
+    if (at.bitOffset % 8 == 0 && at.bitSize % 8 == 0)
         std::memcpy(target + at.bitOffset / 8, source, bytes);
-    } else {
-        for (std::uint32_t i = 0; i < at.elementCount; ++i) {
-            const std::uint32_t element = host::hid::ExtractBits(source, bytes, i * at.bitSize, at.bitSize);
-            host::hid::InsertBits(target, ReportLength, at.bitOffset + i * at.bitSize, at.bitSize, element);
-        }
-    }
+    else
+        host::hid::CopyBits(source, bytes, 0, target, ReportLength, at.bitOffset,
+                            std::uint32_t{at.bitSize} * at.elementCount);
     host::hid::AdoptReportId(Report, at);
     return HIDP_STATUS_SUCCESS;
 }

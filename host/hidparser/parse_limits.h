@@ -12,9 +12,6 @@ namespace host::hid::limits {
 inline constexpr std::uint32_t kMaxReportBytes = 4096;
 inline constexpr std::uint32_t kMaxReportBits = (kMaxReportBytes - 1) * 8;
 
-// A field that has usages is read and written as a ULONG.
-inline constexpr std::uint32_t kMaxValueBitSize = 32;
-
 // Report Size and Report Count can never be larger than a whole report in bits.
 inline constexpr std::uint32_t kMaxReportSize = kMaxReportBits;
 inline constexpr std::uint32_t kMaxReportCount = kMaxReportBits;

@@ -48,16 +48,14 @@ ExtentItem ExtentOf(const Item& item)
     return {item.data, item.size};
 }
 
-bool ApplyUnitExponent(GlobalState& state, const Item& item, ParseError& error)
+void ApplyUnitExponent(GlobalState& state, const Item& item)
 {
     // The HID document gives the exponent as a 4-bit two's complement nibble
     // (0x0E = -2); some devices write a signed byte instead (0xFE = -2). Both
-    // map to the same 4-bit code, which is what the capability carries.
-    const std::int32_t value = item.Signed();
-    if (value < -8 || value > 15)
-        return Fail(error, item, "Unit Exponent " + std::to_string(value) + " outside -8..15");
-    state.unitExponentCode = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) & 0x0F);
-    return true;
+    // map to the same 4-bit code, which is what the capability carries. Any
+    // other value keeps its low nibble as well: the exponent only describes
+    // the data, so a wrong one is no reason to refuse the device.
+    state.unitExponentCode = static_cast<std::uint8_t>(item.data & 0x0F);
 }
 
 }  // namespace
@@ -77,6 +75,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     GlobalState& state = globals.current;
     switch (item.tag) {
     case kUsagePage:
+        // Which 16 bits would be the page is anyone's guess: refused.
         if (item.data > 0xFFFF) return Fail(error, item, "Usage Page " + Hex(item.data) + " above 0xFFFF");
         state.usagePage = static_cast<std::uint16_t>(item.data);
         return true;
@@ -84,9 +83,10 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     case kLogicalMaximum: state.logicalMaximum = ExtentOf(item); return true;
     case kPhysicalMinimum: state.physicalMinimum = ExtentOf(item); return true;
     case kPhysicalMaximum: state.physicalMaximum = ExtentOf(item); return true;
-    case kUnitExponent: return ApplyUnitExponent(state, item, error);
+    case kUnitExponent: ApplyUnitExponent(state, item); return true;
     case kUnit: state.unit = item.data; return true;
     case kReportSize:
+        // A field of no bits holds no data, and 0 would divide positions.
         if (item.data == 0) return Fail(error, item, "Report Size 0");
         if (item.data > limits::kMaxReportSize)
             return Fail(error, item, "Report Size " + std::to_string(item.data) + " longer than a whole report");
@@ -94,8 +94,11 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
         state.reportSizeDeclared = true;
         return true;
     case kReportId:
+        // ID 0 is reserved: byte 0 could no longer tell reports apart, nor
+        // can an ID above one byte.
         if (item.data == 0) return Fail(error, item, "Report ID 0");
         if (item.data > 0xFF) return Fail(error, item, "Report ID " + std::to_string(item.data) + " above 255");
+        // Fields already placed in a report without ID byte would move.
         if (globals.mainItemWithoutReportId) return Fail(error, item, "Report ID after main items that had none");
         state.reportId = static_cast<std::uint8_t>(item.data);
         globals.reportIdsUsed = true;
@@ -112,10 +115,11 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
         globals.saved[globals.pushDepth++] = state;
         return true;
     case kPop:
+        // No saved state to restore: every later field would be guesswork.
         if (globals.pushDepth == 0) return Fail(error, item, "Pop without Push");
         state = globals.saved[--globals.pushDepth];
         return true;
-    default: return Fail(error, item, "reserved global item tag " + std::to_string(item.tag));
+    default: return true;  // reserved tag: describes nothing we place, skipped
     }
 }
 
@@ -174,12 +178,12 @@ bool AddBound(PendingBound& bound, bool isMinimum, const Item& item, const char*
     return true;
 }
 
-bool AddUsage(LocalState& locals, const LocalUsage& usage, const Item& item, ParseError& error)
+bool AddUsage(LocalState& locals, LocalUsage usage, const Item& item, ParseError& error)
 {
-    // Inside a delimiter set only the first usage counts; the others are
-    // alternative names for the same control.
+    // The usages of a delimiter set are names of one control: the first
+    // takes the control's place, the others are its aliases.
     if (locals.delimiterOpen) {
-        if (locals.delimiterUsageTaken) return true;
+        usage.isAlias = locals.delimiterUsageTaken;
         locals.delimiterUsageTaken = true;
     }
     if (locals.usages.size() == limits::kMaxUsagesPerMainItem)
@@ -289,7 +293,7 @@ bool ApplyLocalItem(LocalState& locals, const Item& item, ParseError& error)
             return true;
         }
         return Fail(error, item, "Delimiter " + std::to_string(item.data) + " is neither open (1) nor close (0)");
-    default: return Fail(error, item, "reserved local item tag " + std::to_string(item.tag));
+    default: return true;  // reserved tag: describes nothing we place, skipped
     }
 }
 

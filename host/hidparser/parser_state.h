@@ -54,6 +54,7 @@ struct LocalUsage {
     std::uint16_t last = 0;
     bool pageGiven = false;  // 4-byte usage: the page came with it
     bool isRange = false;
+    bool isAlias = false;  // a later usage of a delimiter set: another name for the entry before it
 };
 
 // One String/Designator Index, or one Minimum/Maximum pair.
@@ -79,7 +80,7 @@ struct LocalState {
     std::pmr::vector<LocalIndex> designators;
     PendingBound usageBound, stringBound, designatorBound;
     bool delimiterOpen = false;
-    bool delimiterUsageTaken = false;  // the first usage of the open set is kept
+    bool delimiterUsageTaken = false;  // the open set has its first usage
 
     explicit LocalState(std::pmr::memory_resource* memory);
     void Clear();

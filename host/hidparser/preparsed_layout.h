@@ -41,7 +41,7 @@
 namespace host::hid::preparsed {
 
 inline constexpr std::uint32_t kMagic = 0x44505048;  // "HPPD"
-inline constexpr std::uint16_t kVersion = 2;
+inline constexpr std::uint16_t kVersion = 3;
 inline constexpr std::uint64_t kTrailer = 0x444E452D44505048ULL;  // "HPPD-END"
 inline constexpr std::size_t kReportTypeCount = 3;
 inline constexpr std::uint8_t kMaxHashBits = 16;
@@ -115,9 +115,9 @@ struct FieldRecord {
     std::uint16_t linkCollection;
     std::uint32_t bitOffset;    // from bit 0 of the report buffer (byte 0 is the report ID)
     std::uint16_t reportCount;  // elements of bitSize bits
-    std::uint8_t bitSize;       // 1..32
+    std::uint16_t bitSize;      // 1..kMaxReportBits; value fields may be wider than 32 bits
     std::uint8_t reportId;
-    std::uint16_t reserved;
+    std::uint8_t reserved;
     std::uint16_t flags;  // kFieldArray
     std::int32_t logicalMin;
     std::int32_t logicalMax;
@@ -138,7 +138,9 @@ static_assert(std::is_trivially_copyable_v<HIDP_VALUE_CAPS> && std::is_trivially
 //   word 0: usage u16 | usagePage u16 | reportId u8 | bitSize u8 | linkCollection u16
 //   word 1: bitOffset u32 | reportCount u16 | check u16
 // The low 40 bits of word 0 are the field's LookupKey. bitSize 0 marks an
-// empty slot (a field has 1..32 bits).
+// empty slot. Only fields of 1..32 bits are in the lookup; a key that also
+// names a wider field is left out whole, so that the scan answers it and
+// descriptor order still decides between fields of one key.
 struct ValueSlot {
     std::uint64_t w0, w1;
 
@@ -252,7 +254,7 @@ inline std::uint16_t RecordCheck(const FieldRecord& record)
 inline bool FitsReport(std::uint32_t bitOffset, std::uint32_t bitSize, std::uint32_t reportCount,
                        std::uint16_t reportByteLength)
 {
-    if (bitSize == 0 || bitSize > 32 || reportCount == 0 || bitOffset < 8) return false;
+    if (bitSize == 0 || reportCount == 0 || bitOffset < 8) return false;
     return std::uint64_t{bitOffset} + std::uint64_t{bitSize} * reportCount <= std::uint64_t{reportByteLength} * 8;
 }
 

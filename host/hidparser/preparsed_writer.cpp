@@ -1,7 +1,10 @@
 #include "host/hidparser/preparsed_writer.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <span>
+#include <vector>
 
 namespace host::hid {
 
@@ -13,6 +16,30 @@ using preparsed::ValueSlot;
 bool IsSingleUsage(const FieldRecord& field)
 {
     return field.usageMin == field.usageMax;
+}
+
+std::uint64_t KeyOf(const FieldRecord& field)
+{
+    return preparsed::LookupKey(field.usagePage, field.usageMin, field.reportId);
+}
+
+// Keys of the single-usage fields wider than 32 bits, sorted.
+std::vector<std::uint64_t> WideKeys(std::span<const FieldRecord> fields)
+{
+    std::vector<std::uint64_t> keys;
+    for (const FieldRecord& field : fields)
+        if (IsSingleUsage(field) && field.bitSize > 32) keys.push_back(KeyOf(field));
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+// Whether the lookup answers for this field: a single usage of at most 32
+// bits whose key no wider field shares (the scan answers those, in
+// descriptor order).
+bool InLookup(const FieldRecord& field, std::span<const std::uint64_t> wideKeys)
+{
+    if (!IsSingleUsage(field) || field.bitSize > 32) return false;
+    return wideKeys.empty() || !std::binary_search(wideKeys.begin(), wideKeys.end(), KeyOf(field));
 }
 
 std::uint8_t HashBitsFor(std::size_t keys)
@@ -34,13 +61,14 @@ ValueSlot LoadSlot(const std::uint8_t* table, std::size_t slot)
 // Writes the single-usage value fields into the zeroed lookup by linear
 // probing, in descriptor order, so that a search meets fields of the same key
 // in that order; then gives every slot, empty or not, its check.
-void WriteValueLookup(std::span<const FieldRecord> fields, std::uint8_t hashBits, std::uint8_t* table)
+void WriteValueLookup(std::span<const FieldRecord> fields, std::span<const std::uint64_t> wideKeys,
+                      std::uint8_t hashBits, std::uint8_t* table)
 {
     const std::size_t slots = std::size_t{1} << hashBits;
     const std::size_t mask = slots - 1;
     for (const FieldRecord& field : fields) {
-        if (!IsSingleUsage(field)) continue;
-        const std::uint64_t key = preparsed::LookupKey(field.usagePage, field.usageMin, field.reportId);
+        if (!InLookup(field, wideKeys)) continue;
+        const std::uint64_t key = KeyOf(field);
         std::size_t slot = preparsed::HashSlot(key, hashBits);
         while (LoadSlot(table, slot).BitSize() != 0) slot = (slot + 1) & mask;
         ValueSlot s;
@@ -81,15 +109,17 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
     header.usage = model.usage;
     header.usagePage = model.usagePage;
     header.nodeCount = static_cast<std::uint16_t>(model.nodes.size());
+    std::array<std::vector<std::uint64_t>, preparsed::kReportTypeCount> wideKeys;
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
         header.reportByteLength[t] = report.reportByteLength;
         header.buttonCapCount[t] = static_cast<std::uint16_t>(report.buttonCaps.size());
         header.valueCapCount[t] = static_cast<std::uint16_t>(report.valueCaps.size());
         header.dataIndexCount[t] = static_cast<std::uint16_t>(report.dataIndexCount);
+        wideKeys[t] = WideKeys(report.valueFields);
         std::size_t singles = 0;
         for (const FieldRecord& field : report.valueFields)
-            if (IsSingleUsage(field)) ++singles;
+            if (InLookup(field, wideKeys[t])) ++singles;
         header.hashBits[t] = HashBitsFor(singles);  // capability limits keep it below kMaxHashBits
     }
 
@@ -99,7 +129,7 @@ PreparsedBlob WritePreparsedBlob(const CollectionModel& model)
     PreparsedBlob blob(layout.totalSize, 0);
     for (std::size_t t = 0; t < preparsed::kReportTypeCount; ++t) {
         const ReportTypeModel& report = model.reports[t];
-        WriteValueLookup(report.valueFields, header.hashBits[t], blob.data() + layout.valueLookup[t]);
+        WriteValueLookup(report.valueFields, wideKeys[t], header.hashBits[t], blob.data() + layout.valueLookup[t]);
         PutRecords(blob.data() + layout.valueFields[t], report.valueFields);
         PutRecords(blob.data() + layout.buttonFields[t], report.buttonFields);
         Put<HIDP_VALUE_CAPS>(blob, layout.valueCaps[t], report.valueCaps);

@@ -1,6 +1,7 @@
 // Bit fields in a report buffer, HID order: bit 0 is the least significant bit
 // of byte 0, and a field's bits run upwards through the following bytes.
-// Callers guarantee bitOffset + bitSize <= length * 8 and 1 <= bitSize <= 32.
+// Callers guarantee bitOffset + bitSize <= length * 8 and 1 <= bitSize <= 32;
+// wider fields go through CopyBits in pieces.
 #pragma once
 
 #include <bit>
@@ -56,6 +57,21 @@ inline void InsertBits(std::uint8_t* report, std::size_t length, std::uint32_t b
     const std::size_t touched = (shift + bitSize + 7) / 8;  // at most 5
     const std::uint64_t window = (LoadTail(report + first, touched) & ~mask) | bits;
     for (std::size_t i = 0; i < touched; ++i) report[first + i] = static_cast<std::uint8_t>(window >> (8 * i));
+}
+
+// Copies `bitCount` bits from bit `from` of `source` to bit `to` of
+// `target`, in pieces of at most 32 bits; the target's other bits are kept.
+// Callers guarantee both runs lie inside their buffers.
+inline void CopyBits(const std::uint8_t* source, std::size_t sourceLength, std::uint32_t from, std::uint8_t* target,
+                     std::size_t targetLength, std::uint32_t to, std::uint32_t bitCount)
+{
+    while (bitCount > 0) {
+        const unsigned piece = bitCount < 32 ? static_cast<unsigned>(bitCount) : 32u;
+        InsertBits(target, targetLength, to, piece, ExtractBits(source, sourceLength, from, piece));
+        from += piece;
+        to += piece;
+        bitCount -= piece;
+    }
 }
 
 // The raw value as the field's logical range reads it: sign-extended when the

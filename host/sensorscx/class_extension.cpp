@@ -14,13 +14,11 @@
 
 namespace {
 
-using host::FaultInjector;
+using host::DriverCall;
 using host::FaultPoint;
 using host::framework::Object;
 using host::framework::ObjectKind;
 using namespace host::sensorscx;
-
-bool Injected(FaultPoint point, NTSTATUS* status) { return FaultInjector::Instance().ShouldFail(point, status); }
 
 // The fifteen callbacks a driver must provide, with their names for messages.
 struct CallbackSlot {
@@ -86,7 +84,8 @@ extern "C" NTSTATUS SensorsCxDeviceInitConfig(PWDFDEVICE_INIT DeviceInit, PWDF_O
                                               ULONG Flags)
 {
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxDeviceInitConfig, &status))
+    DriverCall driverCall(FaultPoint::SensorsCxDeviceInitConfig);
+    if (driverCall.Fails(&status))
         return status;
     if (DeviceInit == nullptr) {
         ReportViolation(ViolationKind::NullArgument, "SensorsCxDeviceInitConfig without a device-init");
@@ -106,7 +105,8 @@ extern "C" NTSTATUS SensorsCxDeviceInitConfig(PWDFDEVICE_INIT DeviceInit, PWDF_O
 extern "C" NTSTATUS SensorsCxDeviceInitialize(WDFDEVICE Device, PSENSOR_CONTROLLER_CONFIG pConfig)
 {
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxDeviceInitialize, &status))
+    DriverCall driverCall(FaultPoint::SensorsCxDeviceInitialize);
+    if (driverCall.Fails(&status))
         return status;
     Object* device = Object::FromHandle(Device);
     if (device == nullptr || device->Kind() != ObjectKind::Device) {
@@ -151,7 +151,8 @@ extern "C" NTSTATUS SensorsCxSensorCreate(WDFDEVICE Device, PWDF_OBJECT_ATTRIBUT
                                           SENSOROBJECT* pSensor)
 {
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxSensorCreate, &status))
+    DriverCall driverCall(FaultPoint::SensorsCxSensorCreate);
+    if (driverCall.Fails(&status))
         return status;
     if (pSensor == nullptr) {
         ReportViolation(ViolationKind::NullArgument, "SensorsCxSensorCreate without an output pointer");
@@ -208,7 +209,8 @@ extern "C" NTSTATUS SensorsCxSensorInitialize(SENSOROBJECT Sensor, PSENSOR_CONFI
 {
     constexpr const char* kFunction = "SensorsCxSensorInitialize";
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxSensorInitialize, &status))
+    DriverCall driverCall(FaultPoint::SensorsCxSensorInitialize);
+    if (driverCall.Fails(&status))
         return status;
     auto state = ResolveSensor(Sensor, kFunction);
     if (state == nullptr)
@@ -250,7 +252,8 @@ extern "C" NTSTATUS SensorsCxSensorDataReady(SENSOROBJECT Sensor, PSENSOR_COLLEC
 {
     constexpr const char* kFunction = "SensorsCxSensorDataReady";
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxSensorDataReady, &status))
+    DriverCall driverCall(FaultPoint::SensorsCxSensorDataReady);
+    if (driverCall.Fails(&status))
         return status;
     auto state = ResolveInitializedSensor(Sensor, kFunction, &status);
     if (state == nullptr)
@@ -277,10 +280,17 @@ extern "C" NTSTATUS SensorsCxSensorHistoryRetrievalComplete(SENSOROBJECT Sensor,
                                                             NTSTATUS Status)
 {
     NTSTATUS status = STATUS_SUCCESS;
-    if (Injected(FaultPoint::SensorsCxHistoryRetrievalComplete, &status))
-        return status;
-    auto state = ResolveInitializedSensor(Sensor, "SensorsCxSensorHistoryRetrievalComplete", &status);
+    DriverCall driverCall(FaultPoint::SensorsCxHistoryRetrievalComplete);
+    const bool injected = driverCall.Fails(&status);
+    NTSTATUS resolveStatus = STATUS_SUCCESS;
+    auto state = ResolveInitializedSensor(Sensor, "SensorsCxSensorHistoryRetrievalComplete", &resolveStatus);
     if (state == nullptr)
+        return injected ? status : resolveStatus;
+    // An injected failure still ends the retrieval on the host's side first,
+    // so the driver's next start is not taken for an overlap.
+    if (injected) {
+        state->History().Complete(DataSizeInBytes, Status, HistoryRetrievals::Delivery::Dropped);
         return status;
-    return state->History().Complete(DataSizeInBytes, Status);
+    }
+    return state->History().Complete(DataSizeInBytes, Status, HistoryRetrievals::Delivery::ToClient);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "host/framework/threads.h"
 #include "host/sensorscx/caller_buffer.h"
 #include "host/sensorscx/client_call.h"
 #include "host/sensorscx/list_marshal.h"
@@ -120,7 +121,7 @@ template <class Callback>
 CallResult Simple(const std::shared_ptr<DeviceState>& device, std::size_t sensor, CallOptions options,
                   Callback Config::*slot)
 {
-    return Invoke(device, sensor, options, slot, [](Callback callback, SENSOROBJECT handle, SensorState&) {
+    return Invoke(device, sensor, options, slot, [](auto callback, SENSOROBJECT handle, SensorState&) {
         CallResult result;
         result.status = callback(handle);
         return result;
@@ -225,7 +226,7 @@ CallResult Client::ClearHistory(std::size_t sensor, CallOptions options)
 CallResult Client::GetSupportedDataFields(std::size_t sensor, ListBuffer buffer, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorGetSupportedDataFields,
-                  [&](PFN_SENSOR_DRIVER_GET_SUPPORTED_DATA_FIELDS callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       return QueryProperties(Who("EvtSensorGetSupportedDataFields", state), buffer,
                                              options.nullOutput, [&](PSENSOR_PROPERTY_LIST list, ULONG* size) {
                                                  return callback(handle, list, size);
@@ -237,7 +238,7 @@ CallResult Client::GetDataFieldProperties(std::size_t sensor, const PROPERTYKEY*
                                           CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorGetDataFieldProperties,
-                  [&](PFN_SENSOR_DRIVER_GET_DATA_FIELD_PROPERTIES callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       std::optional<PROPERTYKEY> key;
                       if (field != nullptr)
                           key = *field;
@@ -251,7 +252,7 @@ CallResult Client::GetDataFieldProperties(std::size_t sensor, const PROPERTYKEY*
 CallResult Client::GetDataThresholds(std::size_t sensor, ListBuffer buffer, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorGetDataThresholds,
-                  [&](PFN_SENSOR_DRIVER_GET_DATA_THRESHOLDS callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       return QueryCollection(Who("EvtSensorGetDataThresholds", state), buffer, options.nullOutput,
                                              [&](PSENSOR_COLLECTION_LIST list, ULONG* size) {
                                                  return callback(handle, list, size);
@@ -262,7 +263,7 @@ CallResult Client::GetDataThresholds(std::size_t sensor, ListBuffer buffer, Call
 CallResult Client::GetProperties(std::size_t sensor, ListBuffer buffer, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorGetProperties,
-                  [&](PFN_SENSOR_DRIVER_GET_PROPERTIES callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       return QueryCollection(Who("EvtSensorGetProperties", state), buffer, options.nullOutput,
                                              [&](PSENSOR_COLLECTION_LIST list, ULONG* size) {
                                                  return callback(handle, list, size);
@@ -273,7 +274,7 @@ CallResult Client::GetProperties(std::size_t sensor, ListBuffer buffer, CallOpti
 CallResult Client::GetDataInterval(std::size_t sensor, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorGetDataInterval,
-                  [&](PFN_SENSOR_DRIVER_GET_DATA_INTERVAL callback, SENSOROBJECT handle, SensorState&) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState&) {
                       CallResult result;
                       ULONG ms = 0;
                       result.status = callback(handle, options.nullOutput ? nullptr : &ms);
@@ -286,7 +287,7 @@ CallResult Client::GetDataInterval(std::size_t sensor, CallOptions options)
 CallResult Client::SetDataInterval(std::size_t sensor, ULONG ms, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorSetDataInterval,
-                  [&](PFN_SENSOR_DRIVER_SET_DATA_INTERVAL callback, SENSOROBJECT handle, SensorState&) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState&) {
                       CallResult result;
                       result.status = callback(handle, ms);
                       return result;
@@ -296,7 +297,7 @@ CallResult Client::SetDataInterval(std::size_t sensor, ULONG ms, CallOptions opt
 CallResult Client::SetDataThresholds(std::size_t sensor, const CollectionListCopy& thresholds, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorSetDataThresholds,
-                  [&](PFN_SENSOR_DRIVER_SET_DATA_THRESHOLDS callback, SENSOROBJECT handle, SensorState&) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState&) {
                       CallResult result;
                       // The driver may scribble on its copy; the caller's stays as it was.
                       CollectionListCopy copy(thresholds);
@@ -309,7 +310,7 @@ CallResult Client::SetDataThresholds(std::size_t sensor, const CollectionListCop
 CallResult Client::StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorStartHistoryRetrieval,
-                  [&](PFN_SENSOR_DRIVER_START_HISTORY_RETRIEVAL callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       CallResult result;
                       HistoryRetrievals& history = state.History();
                       std::lock_guard start(history.StartLock());
@@ -327,7 +328,7 @@ CallResult Client::StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOp
 CallResult Client::CancelHistoryRetrieval(std::size_t sensor, CallOptions options)
 {
     return Invoke(device_, sensor, options, &Config::EvtSensorCancelHistoryRetrieval,
-                  [&](PFN_SENSOR_DRIVER_CANCEL_HISTORY_RETRIEVAL callback, SENSOROBJECT handle, SensorState& state) {
+                  [&](auto callback, SENSOROBJECT handle, SensorState& state) {
                       CallResult result;
                       ULONG written = 0;
                       result.status = callback(handle, options.nullOutput ? nullptr : &written);
@@ -343,7 +344,23 @@ std::optional<HistoryCompletion> Client::WaitHistoryRetrieval(std::size_t sensor
     auto state = device_ != nullptr ? device_->VisibleAt(sensor) : nullptr;
     if (state == nullptr)
         return std::nullopt;
+    if (auto completion = state->History().Wait(std::chrono::milliseconds(0)))
+        return completion;
+    // Deterministic mode: the worker moves only now, and has completed or
+    // parked when this returns; nothing else can complete it meanwhile.
+    if (framework::scheduling::Scheduled()) {
+        framework::RunDriverThreads();
+        return state->History().Wait(std::chrono::milliseconds(0));
+    }
     return state->History().Wait(timeout);
+}
+
+std::optional<HistoryCompletion> Client::TakeHistoryCompletion(std::size_t sensor)
+{
+    auto state = device_ != nullptr ? device_->VisibleAt(sensor) : nullptr;
+    if (state == nullptr)
+        return std::nullopt;
+    return state->History().Wait(std::chrono::milliseconds(0));
 }
 
 Subscription Client::Subscribe(SampleCallback callback)

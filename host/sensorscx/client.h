@@ -124,9 +124,16 @@ public:
     // class extension's until the retrieval completes or is cancelled.
     CallResult StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOptions options = {});
     CallResult CancelHistoryRetrieval(std::size_t sensor, CallOptions options = {});
-    // The oldest completion not yet taken, waiting up to `timeout` of real
-    // time for one; nothing on time-out or when the sensor is gone.
+    // The oldest completion not yet taken; nothing on time-out or when the
+    // sensor is gone. A completion already there is taken at once.
+    // Otherwise, deterministic mode: the driver's threads are let run (this is
+    // where a history worker runs) and the answer is what they brought,
+    // without waiting: nothing else can complete a retrieval meanwhile, so
+    // `timeout` is not spent. Real-time mode: waits up to `timeout`.
     std::optional<HistoryCompletion> WaitHistoryRetrieval(std::size_t sensor, std::chrono::milliseconds timeout);
+    // The oldest completion that has arrived, if any. Never waits and never
+    // lets driver threads run: what a runner prints after each step.
+    std::optional<HistoryCompletion> TakeHistoryCompletion(std::size_t sensor);
 
     // Every later sample of the device's sensors.
     Subscription Subscribe(SampleCallback callback);

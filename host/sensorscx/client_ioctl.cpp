@@ -10,7 +10,7 @@ CallResult Client::DeviceIoControl(std::size_t sensor, ULONG ioControlCode, SIZE
 {
     return detail::Invoke(
         device_, sensor, options, &SENSOR_CONTROLLER_CONFIG::EvtSensorDeviceIoControl,
-        [&](PFN_SENSOR_DRIVER_DEVICE_IO_CONTROL callback, SENSOROBJECT handle, SensorState&) {
+        [&](auto callback, SENSOROBJECT handle, SensorState&) {
             CallResult result;
             WDFREQUEST request = nullptr;
             result.status = WdfRequestCreate(nullptr, nullptr, &request);

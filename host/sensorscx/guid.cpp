@@ -3,6 +3,8 @@
 
 #include <mutex>
 
+#include "host/common/fault_injection.h"
+#include "host/common/host_state.h"
 #include "platform/com.h"
 
 namespace host::com {
@@ -55,6 +57,8 @@ private:
 GuidGenerator& Generator()
 {
     static GuidGenerator generator;
+    static const bool registered = (host::RegisterHostStateReset([] { Generator().Seed(1); }), true);
+    (void)registered;
     return generator;
 }
 
@@ -151,6 +155,9 @@ extern "C" HRESULT CoCreateGuid(GUID* pguid)
 {
     if (pguid == nullptr)
         return E_INVALIDARG;
+    host::DriverCall driverCall(host::FaultPoint::GuidCreate);
+    if (driverCall.Fails())
+        return E_OUTOFMEMORY;
     *pguid = host::com::Generator().Next();
     return S_OK;
 }

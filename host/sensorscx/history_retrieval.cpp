@@ -90,7 +90,7 @@ std::optional<HistoryCompletion> HistoryRetrievals::Wait(std::chrono::millisecon
     return completion;
 }
 
-NTSTATUS HistoryRetrievals::Complete(ULONG dataSizeInBytes, NTSTATUS status)
+NTSTATUS HistoryRetrievals::Complete(ULONG dataSizeInBytes, NTSTATUS status, Delivery delivery)
 {
     const std::string who = std::string(kComplete) + " on " + sensorName_;
     std::lock_guard lock(mutex_);
@@ -103,10 +103,12 @@ NTSTATUS HistoryRetrievals::Complete(ULONG dataSizeInBytes, NTSTATUS status)
         ReportViolation(ViolationKind::NoAcceptedRetrieval, who + " without an accepted retrieval");
         return STATUS_INVALID_DEVICE_STATE;
     }
-    try {
-        completions_.push_back(Collect(target->buffer.get(), dataSizeInBytes, status, who));
-    } catch (const std::bad_alloc&) {
-        return STATUS_INSUFFICIENT_RESOURCES;
+    if (delivery == Delivery::ToClient) {
+        try {
+            completions_.push_back(Collect(target->buffer.get(), dataSizeInBytes, status, who));
+        } catch (const std::bad_alloc&) {
+            return STATUS_INSUFFICIENT_RESOURCES;
+        }
     }
     target->phase = Attempt::Phase::Finished;
     if (target == current_)

@@ -44,8 +44,11 @@ public:
     void CancelReturned(NTSTATUS status);
     std::optional<HistoryCompletion> Wait(std::chrono::milliseconds timeout);
 
-    // Driver side: SensorsCxSensorHistoryRetrievalComplete.
-    NTSTATUS Complete(ULONG dataSizeInBytes, NTSTATUS status);
+    // Driver side: SensorsCxSensorHistoryRetrievalComplete. The retrieval
+    // ends either way; with Dropped (the call failed, as injected) the client
+    // gets no completion and the buffer is not read.
+    enum class Delivery { ToClient, Dropped };
+    NTSTATUS Complete(ULONG dataSizeInBytes, NTSTATUS status, Delivery delivery);
 
     // The sensor is gone: waiters return empty-handed.
     void Close();

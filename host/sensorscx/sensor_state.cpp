@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "host/common/host_state.h"
 #include "host/sensorscx/device_state.h"
 
 namespace host::sensorscx {
@@ -22,6 +23,14 @@ constexpr std::size_t kMaxRemembered = 4096;
 SensorTable& Table()
 {
     static SensorTable table;
+    static const bool registered = (host::RegisterHostStateReset([] {
+                                        SensorTable& t = Table();
+                                        std::lock_guard lock(t.mutex);
+                                        t.live.clear();
+                                        t.deleted.clear();
+                                    }),
+                                    true);
+    (void)registered;
     return table;
 }
 

@@ -8,7 +8,8 @@
 
 extern "C" void* CoTaskMemAlloc(SIZE_T cb)
 {
-    if (host::FaultInjector::Instance().ShouldFail(host::FaultPoint::CoTaskMem))
+    host::DriverCall driverCall(host::FaultPoint::CoTaskMem);
+    if (driverCall.Fails())
         return nullptr;
     // A zero-byte request still yields a distinct block that CoTaskMemFree accepts.
     void* block = std::malloc(cb == 0 ? 1 : cb);

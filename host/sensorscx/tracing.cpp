@@ -7,6 +7,8 @@
 #include <cstring>
 #include <map>
 
+#include "host/common/fault_injection.h"
+#include "host/common/host_state.h"
 #include "host/common/resource_ledger.h"
 #include "host/sensorscx/guid.h"
 #include "host/sensorscx/list_format.h"
@@ -53,10 +55,27 @@ struct Registry {
     TRACEHANDLE nextHandle = 1;
 };
 
+void ResetRegistry();
+
 Registry& Table()
 {
     static Registry registry;
+    static const bool registered = (host::RegisterHostStateReset(ResetRegistry), true);
+    (void)registered;
     return registry;
+}
+
+// A new host forgets registrations a driver left (the ledger counted them)
+// and enables of sessions gone with the old host.
+void ResetRegistry()
+{
+    Registry& registry = Table();
+    std::lock_guard lock(registry.mutex);
+    for (std::size_t i = 0; i < registry.providers.size(); ++i)
+        host::ResourceLedger::Instance().Release(host::ResourceKind::TraceRegistration);
+    registry.providers.clear();
+    registry.enables.clear();
+    registry.nextHandle = 1;
 }
 
 bool SameGuid(const GUID& a, const GUID& b) { return IsEqualGUID(a, b); }
@@ -74,7 +93,10 @@ void Notify(const Provider& provider, WMIDPREQUESTCODE code, TRACEHANDLE logger)
     ULONG size = sizeof(notification);
     const EnableNotification* outer = t_delivering;
     t_delivering = &notification;
-    provider.callback(code, provider.context, &size, &notification);
+    {
+        host::DriverCodeScope driverCode;
+        provider.callback(code, provider.context, &size, &notification);
+    }
     t_delivering = outer;
 }
 
@@ -211,6 +233,9 @@ extern "C" ULONG RegisterTraceGuidsW(WMIDPREQUEST RequestAddress, void* RequestC
     if (RequestAddress == nullptr || ControlGuid == nullptr || RegistrationHandle == nullptr ||
         (GuidCount != 0 && TraceGuidReg == nullptr))
         return ERROR_INVALID_PARAMETER;
+    host::DriverCall driverCall(host::FaultPoint::TraceRegister);
+    if (driverCall.Fails())
+        return 8;  // ERROR_NOT_ENOUGH_MEMORY
     auto& registry = Table();
     host::tracing::Provider provider{RequestAddress, RequestContext, *ControlGuid};
     TRACEHANDLE registration = 0;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host/framework/violations.h"
+
 namespace host::sensorscx {
 
 const char* ViolationKindName(ViolationKind kind)
@@ -27,62 +29,29 @@ ViolationLog& ViolationLog::Instance()
 
 void ViolationLog::Report(ViolationKind kind, std::string what)
 {
-    std::shared_ptr<const Listener> listener;
-    Violation violation{kind, std::move(what)};
-    {
-        std::lock_guard lock(mutex_);
-        listener = listener_;
-        if (entries_.size() < kMaxEntries) {
-            try {
-                entries_.push_back(violation);
-            } catch (const std::bad_alloc&) {
-                ++dropped_;
-            }
-        } else {
-            ++dropped_;
-        }
-    }
-    if (listener)
-        (*listener)(violation);
+    framework::ReportViolation(framework::ViolationSource::ClassExtension, static_cast<unsigned>(kind), {},
+                               std::move(what));
 }
 
 std::vector<Violation> ViolationLog::Entries() const
 {
-    std::lock_guard lock(mutex_);
-    return entries_;
+    std::vector<Violation> entries;
+    for (framework::ViolationRecord& record : framework::ViolationRecords()) {
+        if (record.source == framework::ViolationSource::ClassExtension)
+            entries.push_back({static_cast<ViolationKind>(record.kind), std::move(record.what)});
+    }
+    return entries;
 }
 
-std::size_t ViolationLog::Count() const
-{
-    std::lock_guard lock(mutex_);
-    return entries_.size();
-}
-
-std::uint64_t ViolationLog::Dropped() const
-{
-    std::lock_guard lock(mutex_);
-    return dropped_;
-}
+std::size_t ViolationLog::Count() const { return Entries().size(); }
 
 bool ViolationLog::Contains(ViolationKind kind) const
 {
-    std::lock_guard lock(mutex_);
-    return std::any_of(entries_.begin(), entries_.end(), [kind](const Violation& v) { return v.kind == kind; });
+    const auto entries = Entries();
+    return std::any_of(entries.begin(), entries.end(), [kind](const Violation& v) { return v.kind == kind; });
 }
 
-void ViolationLog::Reset()
-{
-    std::lock_guard lock(mutex_);
-    entries_.clear();
-    dropped_ = 0;
-}
-
-void ViolationLog::SetListener(Listener listener)
-{
-    auto shared = listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr;
-    std::lock_guard lock(mutex_);
-    listener_ = std::move(shared);
-}
+void ViolationLog::Reset() { framework::ClearViolations(); }
 
 void ReportViolation(ViolationKind kind, std::string what)
 {

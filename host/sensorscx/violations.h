@@ -1,14 +1,12 @@
-// Broken contracts the class extension notices in the driver it hosts. They are
-// recorded in order and never fatal: the offending call is refused or made
-// harmless. Tests read the log; the command-line tool prints each entry as a
-// `violation` event through the listener. Process-wide.
+// Broken contracts the class extension notices in the driver it hosts. They
+// go into the host's one violation stream (host/framework/violations.h) with
+// their ViolationKind, in order with the framework's; ViolationLog is the
+// class extension's typed view of that stream. Never fatal: the offending
+// call is refused or made harmless.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -38,32 +36,19 @@ struct Violation {
     std::string what;  // one line for a human: which call, which sensor or list, which numbers
 };
 
+// The class extension's records of the host's violation stream.
 class ViolationLog {
 public:
-    using Listener = std::function<void(const Violation&)>;
-
     static ViolationLog& Instance();
 
+    // `what` starts with the platform function that found the violation.
     void Report(ViolationKind kind, std::string what);
 
     std::vector<Violation> Entries() const;
     std::size_t Count() const;
-    // Violations not kept because the log was full (it keeps the first kMaxEntries).
-    std::uint64_t Dropped() const;
     bool Contains(ViolationKind kind) const;
+    // Empties the whole stream (the framework's records too).
     void Reset();
-
-    // Called on the reporting thread for every report, kept or not, after it is
-    // recorded and outside the log's lock. Null removes the listener.
-    void SetListener(Listener listener);
-
-    static constexpr std::size_t kMaxEntries = 10000;
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<Violation> entries_;
-    std::uint64_t dropped_ = 0;
-    std::shared_ptr<const Listener> listener_;
 };
 
 // Shorthand for ViolationLog::Instance().Report(...).

@@ -2,6 +2,7 @@
 // record of the input reports routed to them. Other classes are the driver's.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <typeinfo>
@@ -35,10 +36,37 @@ public:
     void FailNext(NTSTATUS status) { std::lock_guard lock(mutex_); nextResult_ = status; }
     NTSTATUS ConsumeResult() { std::lock_guard lock(mutex_); return std::exchange(nextResult_, STATUS_SUCCESS); }
 
+    // Holds the next ProcessInputReport call inside the dispatch until
+    // Release(): a test can act while a completion is dispatching.
+    void HoldNext() { std::lock_guard lock(mutex_); holdNext_ = true; held_ = false; }
+    void WaitUntilHeld()
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return held_; });
+    }
+    void Release()
+    {
+        std::lock_guard lock(mutex_);
+        held_ = false;
+        changed_.notify_all();
+    }
+    // Called by the recording sensors on entry.
+    void HoldIfAsked()
+    {
+        std::unique_lock lock(mutex_);
+        if (!std::exchange(holdNext_, false)) return;
+        held_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return !held_; });
+    }
+
 private:
     std::mutex mutex_;
+    std::condition_variable changed_;
     std::vector<RoutedReport> reports_;
     NTSTATUS nextResult_ = STATUS_SUCCESS;
+    bool holdNext_ = false;
+    bool held_ = false;
 };
 
 template <class Base>
@@ -48,6 +76,7 @@ public:
 
     NTSTATUS ProcessInputReport(BYTE* report, ULONG length, ULONG firstInRead) override
     {
+        RoutingLog::Instance().HoldIfAsked();
         RoutingLog::Instance().Add(
             {this->Record()->SensorIndex, std::vector<std::uint8_t>(report, report + length), firstInRead});
         return RoutingLog::Instance().ConsumeResult();

@@ -7,6 +7,11 @@
 #include "platform/system.h"
 #include "tests/framework/test_support.h"
 
+struct HOST_TEST_CONTEXT {
+    int value;
+};
+WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(HOST_TEST_CONTEXT, HostTestContext)
+
 namespace host::framework::testing {
 namespace {
 
@@ -244,12 +249,85 @@ const FaultCase kFaultCases[] = {
          EXPECT_EQ(value, NT_SUCCESS(status) ? 5u : 0u);
          return status;
      }},
+    {FaultPoint::ObjectContext,
+     [](CallTest&) {
+         WDF_OBJECT_ATTRIBUTES attributes = Attributes(nullptr, WDF_GET_CONTEXT_TYPE_INFO(HOST_TEST_CONTEXT));
+         void* context = nullptr;
+         WDFMEMORY memory = nullptr;
+         EXPECT_EQ(WdfMemoryCreate(nullptr, PagedPool, 0, 8, &memory, nullptr), STATUS_SUCCESS);
+         const NTSTATUS status = WdfObjectAllocateContext(memory, &attributes, &context);
+         EXPECT_EQ(context != nullptr, NT_SUCCESS(status));
+         WdfObjectDelete(memory);
+         return status;
+     }},
+    {FaultPoint::EventSet,
+     [](CallTest&) {
+         HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+         const BOOL set = SetEvent(event);
+         EXPECT_EQ(WaitForSingleObjectEx(event, 0, FALSE), set ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+         CloseHandle(event);
+         return set ? STATUS_SUCCESS : STATUS_DEVICE_BUSY;
+     }},
+    {FaultPoint::Wait,
+     [](CallTest&) {
+         HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+         const DWORD result = WaitForSingleObjectEx(event, 0, FALSE);
+         CloseHandle(event);
+         return result == WAIT_OBJECT_0 ? STATUS_SUCCESS : result == WAIT_FAILED ? STATUS_DEVICE_BUSY : STATUS_UNSUCCESSFUL;
+     }},
 };
 
 INSTANTIATE_TEST_SUITE_P(EachPoint, FaultPointTest, ::testing::ValuesIn(kFaultCases),
                          [](const ::testing::TestParamInfo<FaultCase>& param) {
                              return std::string(FaultPointName(param.param.point));
                          });
+
+// Only the driver's calls count: the host's own work (and what a platform
+// call does inside) never takes a count, so a sweep fails the driver, not the host.
+TEST_F(CallTest, OnlyDriverCallsCountAndOneCounterSpansEveryPoint)
+{
+    AddDevice();
+    {
+        HostCodeScope hostCode;
+        Faults().FailNthCall(1, STATUS_DEVICE_BUSY);
+        EXPECT_EQ(CreateMemory(Attributes(nullptr)), STATUS_SUCCESS);
+        WdfObjectDelete(outMemory);
+        {
+            DriverCodeScope driverCode;  // a callback into the driver from host code
+            EXPECT_EQ(WdfWaitLockCreate(nullptr, &outLock), STATUS_DEVICE_BUSY);
+        }
+        EXPECT_EQ(Faults().LastInjected(), FaultPoint::WaitLockCreate);
+    }
+    // Mixed points, one count each, in call order.
+    Faults().FailNthCall(3, STATUS_DEVICE_BUSY);
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);  // 1
+    ASSERT_NE(event, nullptr);
+    EXPECT_TRUE(SetEvent(event));                                   // 2
+    EXPECT_EQ(WaitForSingleObjectEx(event, 0, FALSE), WAIT_FAILED); // 3: fails
+    EXPECT_EQ(Faults().LastInjected(), FaultPoint::Wait);
+    EXPECT_EQ(CreateMemory(Attributes(nullptr)), STATUS_SUCCESS);   // 4
+    EXPECT_EQ(Faults().TotalCalls(), 4u);
+    EXPECT_EQ(Faults().Calls(FaultPoint::EventSet), 1u);
+    EXPECT_EQ(Faults().Injected(), 2u);
+    CloseHandle(event);
+}
+
+TEST_F(CallTest, CreatingAHostDisarmsEveryFaultAndZeroesTheCounters)
+{
+    AddDevice();
+    Faults().FailNth(FaultPoint::FrameworkMemory, 2, STATUS_DEVICE_BUSY);
+    Faults().FailNthCall(5, STATUS_DEVICE_BUSY);
+    EXPECT_EQ(CreateMemory(Attributes(nullptr)), STATUS_SUCCESS);
+    host_.reset();
+    host_ = std::make_unique<DriverHost>(ClockMode::Deterministic, StartTime());
+    EXPECT_EQ(Faults().TotalCalls(), 0u);
+    AddDevice();
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(CreateMemory(Attributes(nullptr)), STATUS_SUCCESS);
+        WdfObjectDelete(outMemory);
+    }
+    EXPECT_EQ(Faults().Injected(), 0u);
+}
 
 }  // namespace
 }  // namespace host::framework::testing

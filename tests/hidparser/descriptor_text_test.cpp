@@ -46,5 +46,34 @@ TEST(DescriptorText, ExplainsWhatIsWrong)
     }
 }
 
+TEST(DescriptorText, ShowsABadTokenShortAndEscaped)
+{
+    std::string hostile(900000, 'A');
+    hostile[3] = '\x1b';
+    hostile[5] = '\0';
+    std::vector<std::uint8_t> bytes;
+    std::string error;
+    ASSERT_FALSE(ParseHexDescriptor("05 20 zz" + hostile, bytes, error));
+    EXPECT_EQ(error, "bad token 'zzAAA\\x1bA\\x00AAAAAAAAAAAAAAAA...' at line 1, column 7");
+}
+
+TEST(DescriptorText, ReaderRefusesDescriptorsAboveItsLimit)
+{
+    const std::pair<std::vector<const char*>, const char*> cases[] = {
+        {{"05 20 09", "E1"}, "descriptor longer than 3 bytes at line 2, column 1"},
+        {{"R: 4 05 20 09 E1"}, "descriptor longer than 3 bytes: R: line at line 1 gives 4"},
+        // Plain lines before a capture's R: line do not count.
+        {{"E: 0.1 4 00 01 02 03", "R: 3 05 20 09"}, nullptr},
+    };
+    for (const auto& [lines, expected] : cases) {
+        HexDescriptorReader reader(3);
+        for (const char* line : lines) reader.AddLine(line);
+        std::vector<std::uint8_t> bytes;
+        std::string error;
+        EXPECT_EQ(reader.Finish(bytes, error), expected == nullptr) << lines.front();
+        EXPECT_EQ(error, expected ? expected : "") << lines.front();
+    }
+}
+
 }  // namespace
 }  // namespace host::hid

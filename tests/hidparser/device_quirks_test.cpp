@@ -113,8 +113,7 @@ TEST(DeviceQuirks, LongItemsAreSkipped)
               ParseSingle(Hex("05 20 09 E1 A1 01 FE 03 F0 01 02 03 0A 44 05 75 10 95 01 FE 00 F0 81 02 C0")));
 }
 
-// A delimiter set counts as one usage, its first.
-TEST(DeviceQuirks, ThirtyTwoBitUsagesCarryTheirOwnPageAndDelimiterSetsKeepTheirFirst)
+TEST(DeviceQuirks, ThirtyTwoBitUsagesCarryTheirOwnPage)
 {
     DescriptorBuilder b;
     b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application);
@@ -127,11 +126,12 @@ TEST(DeviceQuirks, ThirtyTwoBitUsagesCarryTheirOwnPageAndDelimiterSetsKeepTheirF
     PreparsedBlob blob = ParseSingle(b.Build());
 
     const auto values = ValueCaps(blob, HidP_Input);
-    ASSERT_EQ(values.size(), 3u);
+    ASSERT_EQ(values.size(), 4u);
     EXPECT_EQ(std::tuple(values[0].UsagePage, values[0].NotRange.Usage), std::tuple(0xFF01, 0x42));
-    // A 16-bit usage takes the Usage Page.
+    // A 16-bit usage takes the Usage Page; the delimiter set is one control.
     EXPECT_EQ(std::tuple(values[1].UsagePage, values[1].NotRange.Usage, values[1].IsAlias), std::tuple(0x20, 0x544, 0));
-    EXPECT_EQ(std::tuple(values[2].UsagePage, values[2].NotRange.Usage), std::tuple(0x20, 0x545));
+    EXPECT_EQ(std::tuple(values[2].UsagePage, values[2].NotRange.Usage, values[2].IsAlias), std::tuple(0x20, 0x546, 1));
+    EXPECT_EQ(std::tuple(values[3].UsagePage, values[3].NotRange.Usage), std::tuple(0x20, 0x545));
     const auto buttons = ButtonCaps(blob, HidP_Input);
     ASSERT_EQ(buttons.size(), 1u);
     const HIDP_BUTTON_CAPS& range = buttons[0];

@@ -7,8 +7,6 @@
 
 #include "host/hidparser/report_descriptor_parser.h"
 #include "tools/hidsensor/collection_caps.h"
-#include "tools/hidsensor/demo_command.h"
-#include "tools/hidsensor/demo_device.h"
 
 namespace hidsensor {
 namespace {
@@ -99,27 +97,6 @@ TEST(Inspect, BadArgumentsAndFilesAreErrors)
     EXPECT_NE(err.find("cannot open"), std::string::npos);
     EXPECT_EQ(Inspect({WriteTemp("junk.hex", "05 2G")}, out, err), 2);
     EXPECT_FALSE(err.empty());
-}
-
-TEST(Demo, BuiltInDeviceIsASensorCollectionOfThreeCustomSensors)
-{
-    std::vector<host::hid::PreparsedBlob> blobs;
-    host::hid::ParseError error;
-    ASSERT_TRUE(host::hid::ParseReportDescriptor(DemoDescriptor(), blobs, error)) << error.reason;
-    ASSERT_EQ(blobs.size(), 1u);
-    CollectionCaps caps;
-    std::string capsError;
-    ASSERT_TRUE(ReadCollectionCaps(blobs[0], caps, capsError)) << capsError;
-    EXPECT_EQ(caps.caps.UsagePage, 0x20);
-    EXPECT_EQ(caps.caps.Usage, 0x01);
-    int customChildren = 0;
-    for (std::size_t i = 1; i < caps.nodes.size(); ++i)
-        customChildren += caps.nodes[i].Parent == 0 && caps.nodes[i].LinkUsage == 0xE1;
-    EXPECT_EQ(customChildren, 3);
-
-    std::string out, err;
-    EXPECT_EQ(RunDemo({}, out, err), 0) << err;
-    EXPECT_EQ(RunDemo({"--bogus"}, out, err), 2);
 }
 
 }  // namespace

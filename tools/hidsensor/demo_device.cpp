@@ -1,29 +1,192 @@
 #include "tools/hidsensor/demo_device.h"
 
+#include <cmath>
+#include <string>
+
 #include "host/hidparser/sensor_descriptor.h"
+
+// GCC 12 at -O3 reports the relocation of std::variant steps inside
+// vector::push_back as "may be used uninitialized" (a known false positive of
+// its variant move constructor); nothing here reads an unset value.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 namespace hidsensor {
 
 using namespace host::hid::sensor;
 
+namespace {
+
+constexpr std::uint16_t kDescriptionChars = 32;
+
+// Report IDs: sensor k of the container uses k + 1 for input and feature.
+enum DemoSensor : std::uint8_t {
+    kAccelerometer = 1,
+    kGestureTap,
+    kLidAngle,
+    kActivity,
+    kPedometer,
+    kRelativeOrientation,
+    kSimpleOrientation,
+};
+constexpr int kPublishedSensors = 6;  // all but the accelerometer
+// Every input report of a read is as long as the longest of the collection
+// (the activity sensor's: ID, two selectors, seven 32-bit words); shorter
+// reports are padded with zeros, as the HID class driver delivers them.
+constexpr std::size_t kInputReportLength = 3 + 7 * 4;
+
+SensorSpec Accelerometer()
+{
+    SensorSpec accel;
+    accel.usage = kAccelerometer3D;
+    accel.features = {ReportIntervalProperty()};
+    for (std::uint16_t axis = 0; axis < 3; ++axis)
+        accel.inputs.push_back(Property(static_cast<std::uint16_t>(0x453 + axis), 16, -32767, 32767, -2));
+    return accel;
+}
+
+std::vector<ValueField> Values(int count, std::uint8_t bits, std::int64_t min, std::int64_t max, int exponent)
+{
+    std::vector<ValueField> values;
+    for (int k = 1; k <= count; ++k)
+        values.push_back(CustomValue(k, bits, min, max, exponent));
+    return values;
+}
+
+// Feature report of a custom sensor: all events, full power, 100 ms, and the
+// description string that tells the driver its kind.
+std::vector<std::uint8_t> CustomFeature(std::uint8_t reportId, const std::u16string& description)
+{
+    std::vector<std::uint8_t> report = {reportId, 1, 1, 100, 0, 0, 0};
+    for (std::size_t i = 0; i < kDescriptionChars; ++i) {
+        const char16_t c = i < description.size() ? description[i] : u'\0';
+        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
+        report.push_back(static_cast<std::uint8_t>(c >> 8));
+    }
+    return report;
+}
+
+class Script {
+public:
+    explicit Script(std::vector<ScenarioStep>& steps) : steps_(steps) {}
+
+    void Call(const std::string& name, int sensor)
+    {
+        CallStep call;
+        call.name = name;
+        call.sensor = static_cast<std::size_t>(sensor);
+        steps_.push_back(call);
+    }
+    void SetInterval(int sensor, std::uint32_t ms)
+    {
+        CallStep call;
+        call.name = "SetDataInterval";
+        call.sensor = static_cast<std::size_t>(sensor);
+        call.ms = ms;
+        steps_.push_back(call);
+    }
+    void Advance(std::uint64_t ms) { steps_.push_back(AdvanceStep{ms}); }
+
+    // One input report: ID, sensor state (ready), event (data updated), values.
+    void Input(std::uint8_t reportId, const std::vector<std::uint32_t>& values, int bytesEach)
+    {
+        std::vector<std::uint8_t> report = {reportId, 2, 2};
+        for (std::uint32_t value : values) {
+            for (int b = 0; b < bytesEach; ++b)
+                report.push_back(static_cast<std::uint8_t>(value >> (8 * b)));
+        }
+        report.resize(kInputReportLength, 0);
+        steps_.push_back(InputStep{report});
+    }
+
+private:
+    std::vector<ScenarioStep>& steps_;
+};
+
+// An activity word: code in bits 4..11, confidence in tenths of a percent in bits 12..22.
+std::uint32_t ActivityWord(std::uint32_t code, std::uint32_t confidencePercent)
+{
+    return (code << 4) | ((confidencePercent * 10) << 12);
+}
+
+}  // namespace
+
 std::vector<std::uint8_t> DemoDescriptor()
 {
-    constexpr std::uint16_t kDescriptionChars = 32;
+    const SensorSpec tap = CustomSensor(kDescriptionChars, Values(1, 16, 0, 3, 0));
+    const SensorSpec lidAngle = CustomSensor(kDescriptionChars, Values(1, 16, 0, 3600, -1));
+    const SensorSpec activity = CustomSensor(kDescriptionChars, Values(7, 32, 0, 0x7FFFFFFF, 0));
+    const SensorSpec pedometer = CustomSensor(kDescriptionChars, Values(5, 32, 0, 0x7FFFFFFF, 0));
+    const SensorSpec relative = CustomSensor(kDescriptionChars, Values(4, 16, -10000, 10000, -4));
+    const SensorSpec simple = CustomSensor(kDescriptionChars, Values(1, 32, 0, 5, 0));
+    return BuildSensorContainer({Accelerometer(), tap, lidAngle, activity, pedometer, relative, simple});
+}
 
-    // Activity: seven 16-bit activity words (state and confidence per activity).
-    std::vector<ValueField> activityWords;
-    for (int k = 1; k <= 7; ++k)
-        activityWords.push_back(CustomValue(k, 16, 0, 0xFFFF));
+Scenario DemoScenario()
+{
+    Scenario scenario;
+    scenario.clock = *ParseUtcTime("2026-01-01T08:00:00Z");
+    host::hidsim::HidDeviceConfig& device = scenario.device;
+    device.descriptor = DemoDescriptor();
+    device.information = {0x5A3C, 0x0002, 0x0100, false};
+    device.strings.manufacturer = u"Contoso";
+    device.strings.product = u"Contoso Sensor Hub";
+    device.strings.serialNumber = u"CSH-0001";
+    device.features[kAccelerometer] = {kAccelerometer, 100, 0, 0, 0};
+    device.features[kGestureTap] = CustomFeature(kGestureTap, u"0x210");
+    device.features[kLidAngle] = CustomFeature(kLidAngle, u"Contoso lid angle");
+    device.features[kActivity] = CustomFeature(kActivity, u"0x232");
+    device.features[kPedometer] = CustomFeature(kPedometer, u"0x230");
+    device.features[kRelativeOrientation] = CustomFeature(kRelativeOrientation, u"0x200");
+    device.features[kSimpleOrientation] = CustomFeature(kSimpleOrientation, u"0x205");
 
-    // Pedometer: step counts and durations per step type.
-    std::vector<ValueField> pedometerValues;
-    for (int k = 1; k <= 6; ++k)
-        pedometerValues.push_back(CustomValue(k, 32, 0, 0x7FFFFFFF, k % 2 == 0 ? -3 : 0));
+    Script script(scenario.steps);
+    for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
+        script.Call("GetSupportedDataFields", sensor);
+    for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
+        script.Call("Start", sensor);
+    script.SetInterval(4, 250);  // relative orientation, faster
 
-    const SensorSpec activity = CustomSensor(kDescriptionChars, activityWords);
-    const SensorSpec pedometer = CustomSensor(kDescriptionChars, pedometerValues);
-    const SensorSpec gestureTap = CustomSensor(kDescriptionChars, {CustomValue(1, 8, 0, 1)});
-    return BuildSensorContainer({activity, pedometer, gestureTap});
+    // A minute: a walk that turns into a run, with the device on a desk at the
+    // start and picked up at 20 s.
+    std::uint32_t steps = 0;
+    std::uint32_t stepMs = 0;
+    std::uint32_t orientation = 1;  // face up
+    for (int second = 0; second < 60; ++second) {
+        if (second % 5 == 0) {
+            const bool running = second >= 40;
+            const std::uint32_t code = second < 20 ? 5 : (running ? 2 : 1);  // stationary, walking, running
+            const std::uint32_t confidence = 60 + static_cast<std::uint32_t>(second % 35);
+            script.Input(kActivity,
+                         {ActivityWord(code, confidence), ActivityWord(6, 100 - confidence), 0, 0, 0, 0, 0}, 4);
+        }
+        if (second >= 20) {
+            steps += second >= 40 ? 3 : 2;
+            stepMs += 1000;
+        }
+        if (second % 10 == 9)
+            script.Input(kPedometer, {second == 9 ? 1u : 0u, steps, stepMs, 0, 0}, 4);
+        if (second % 2 == 0) {
+            const double angle = 0.05 * second;
+            const auto component = [](double v) { return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(v * 10000)) & 0xFFFF); };
+            script.Input(kRelativeOrientation,
+                         {component(std::sin(angle / 2) * 0.6), component(std::sin(angle / 2) * 0.8), 0,
+                          component(std::cos(angle / 2))},
+                         2);
+            script.Input(kLidAngle, {static_cast<std::uint32_t>(1100 + 5 * second)}, 2);
+        }
+        if (second == 20 || second == 35 || second == 50) {
+            orientation = second == 20 ? 5 : (second == 35 ? 3 : 1);
+            script.Input(kSimpleOrientation, {orientation}, 4);
+        }
+        if (second == 12 || second == 13 || second == 44)
+            script.Input(kGestureTap, {second == 13 ? 2u : 1u}, 2);
+        script.Advance(1000);
+    }
+    for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
+        script.Call("Stop", sensor);
+    return scenario;
 }
 
 }  // namespace hidsensor

@@ -1,40 +1,10 @@
 #include "tools/hidsensor/inspect_command.h"
 
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <sstream>
-
-#include "host/hidparser/descriptor_text.h"
 #include "host/hidparser/report_descriptor_parser.h"
 #include "tools/hidsensor/caps_printer.h"
-#include "tools/hidsensor/command_line.h"
+#include "tools/hidsensor/descriptor_input.h"
 
 namespace hidsensor {
-namespace {
-
-constexpr std::size_t kMaxDescriptorFileBytes = 1 << 20;
-
-bool ReadFile(const std::string& path, std::string& contents, std::string& err)
-{
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        err = path + ": cannot open file\n";
-        return false;
-    }
-    contents.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    if (file.bad()) {
-        err = path + ": read error\n";
-        return false;
-    }
-    if (contents.size() > kMaxDescriptorFileBytes) {
-        err = path + ": file larger than 1 MiB; not a report descriptor\n";
-        return false;
-    }
-    return true;
-}
-
-}  // namespace
 
 int InspectDescriptor(const std::vector<std::uint8_t>& descriptor, const InspectOptions& options,
                       const std::string& sourceName, std::string& out, std::string& err)
@@ -67,54 +37,11 @@ int InspectDescriptor(const std::vector<std::uint8_t>& descriptor, const Inspect
     return 0;
 }
 
-int RunInspect(const std::vector<std::string>& args, std::string& out, std::string& err)
+int InspectFile(const std::string& path, const InspectOptions& options, std::string& out, std::string& err)
 {
-    InspectOptions options;
-    std::string path;
-    CommandLine line(args);
-    while (line.More()) {
-        const std::string arg = line.Next();
-        if (arg == "--json") {
-            options.json = true;
-        } else if (arg == "--binary") {
-            options.binary = true;
-        } else if (arg == "--collection") {
-            if (!line.NextIndex(options.collection, err))
-                return 2;
-        } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
-            err = "inspect: unknown option " + arg + "\n";
-            return 2;
-        } else if (path.empty()) {
-            path = arg;
-        } else {
-            err = "inspect: more than one file given\n";
-            return 2;
-        }
-    }
-    if (path.empty()) {
-        err = "inspect: no descriptor file given\nusage: hidsensor inspect [--json] [--binary] [--collection N] FILE\n";
-        return 2;
-    }
-
-    std::string contents;
-    if (path == "-") {
-        std::ostringstream buffer;
-        buffer << std::cin.rdbuf();
-        contents = buffer.str();
-    } else if (!ReadFile(path, contents, err)) {
-        return 2;
-    }
-
     std::vector<std::uint8_t> descriptor;
-    if (options.binary) {
-        descriptor.assign(contents.begin(), contents.end());
-    } else {
-        std::string textError;
-        if (!host::hid::ParseHexDescriptor(contents, descriptor, textError)) {
-            err = path + ": " + textError + "\n";
-            return 2;
-        }
-    }
+    if (!ReadDescriptorInput(path, options.binary, descriptor, err))
+        return 2;
     return InspectDescriptor(descriptor, options, path, out, err);
 }
 

@@ -19,6 +19,11 @@ struct InspectOptions {
 int InspectDescriptor(const std::vector<std::uint8_t>& descriptor, const InspectOptions& options,
                       const std::string& sourceName, std::string& out, std::string& err);
 
+// Reads a descriptor file (hex text, a hid-recorder capture, or raw bytes with
+// options.binary; "-" is standard input) and inspects it.
+int InspectFile(const std::string& path, const InspectOptions& options, std::string& out, std::string& err);
+
+// `hidsensor inspect ARGS`, through the tool's command line.
 int RunInspect(const std::vector<std::string>& args, std::string& out, std::string& err);
 
 }  // namespace hidsensor
