@@ -278,6 +278,9 @@ private:
             status = host_->ReleaseHardware();
         } else if (name == "Unload") {
             host_->Unload();
+            // The device is gone; a later DeviceAdd binds a new client.
+            clientSubscriptions_.clear();
+            client_.reset();
         }
         printer_.Print(Make("pnp").Add("callback", Quote(name)).Add("status", Status(status)));
     }
