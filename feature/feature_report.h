@@ -4,12 +4,21 @@
 // read-back so that the cache and the record hold the device's own view.
 #pragma once
 
+#include "feature/feature_report_context.h"
 #include "feature/sensor_property_cache.h"
 #include "platform/basetypes.h"
-
-class HidSensor;
 
 // The whole operation, under the cache's FeatureReportLock. writeSettings 1
 // also writes thresholds and vendor values. Returns the status of the last
 // step that set one; callers usually do not act on it.
 NTSTATUS ReadSensorFeatureReport(HidSensor& sensor, SensorPropertyCache& cache, ULONG writeSettings);
+
+// The parts, for the operation above and for tests.
+// The context of one call on `report` (kMaxFeatureReportBytes bytes).
+FeatureReportContext MakeFeatureReportContext(HidSensor& sensor, SensorPropertyCache& cache, BYTE* report,
+                                              ULONG writeSettings) noexcept;
+// Fetches the sensor's report into the context's buffer and parses it into the
+// cache. The status is the fetch's on failure, else that of the last value
+// field of the sensor's report (the selectors' when there is none); only a
+// success lets the write-back run.
+NTSTATUS FetchAndParseFeatureReport(FeatureReportContext& context);

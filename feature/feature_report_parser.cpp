@@ -212,7 +212,9 @@ NTSTATUS ParseValue(const FeatureReportContext& context, const HIDP_VALUE_CAPS& 
         status = HidP_GetUsageValueArray(HidP_Feature, caps.UsagePage, context.LinkCollection, usage,
                                          reinterpret_cast<CHAR*>(array), kArrayReadBytes,
                                          context.Preparsed(), context.ReportChars(), context.ReportLength);
-        // Multi-element fields other than strings take their first element.
+        // A multi-element field that is not a string property stands for its
+        // first element: a value left over from an earlier field would be
+        // stored under this one's usage.
         if (NT_SUCCESS(status))
             raw = FirstArrayElement(array, caps.BitSize);
     } else {
@@ -265,30 +267,50 @@ void TraceSummaryOnce(const FeatureReportContext& context)
 
 NTSTATUS ReadAndParse(HidSensor& sensor, SensorPropertyCache& cache, ULONG writeSettings)
 {
-    HidCollectionRecord& record = *sensor.Record();
-    if (record.Owner == nullptr)
+    if (sensor.Record()->Owner == nullptr)
         return STATUS_INVALID_PARAMETER;
-    HidDevice& device = *record.Owner;
-
     // Private to this call, so that the fetched report survives the writes.
     BYTE* report = static_cast<BYTE*>(DriverHeapAllocZeroed(kMaxFeatureReportBytes));
     if (report == nullptr) {
         TRACE_ERROR(STATUS_NO_MEMORY, sensor.GetFriendlyName());
         return STATUS_NO_MEMORY;
     }
-    const bool several = device.SensorCount() != 0;
-    FeatureReportContext context{
-        sensor, record, device, cache,
-        several ? static_cast<UCHAR>(record.FeatureReportId + record.SensorIndex) : UCHAR{0},
-        several ? record.LinkCollection : USHORT{0},
-        report, device.Caps().FeatureReportByteLength, writeSettings};
+    FeatureReportContext context = MakeFeatureReportContext(sensor, cache, report, writeSettings);
+    const NTSTATUS status = FetchAndParseFeatureReport(context);
+    // The write-back's own status decides only its last step and is traced;
+    // the caller learns whether the report could be read and parsed. A device
+    // without a batch-interval field fails that write every time, and a sensor
+    // must not fail to initialize for it.
+    if (context.Record.HasFeatureReport == 1 && NT_SUCCESS(status))
+        WriteBackSettings(context);
+    DriverHeapFree(report);
+    return status;
+}
+}  // namespace
 
+FeatureReportContext MakeFeatureReportContext(HidSensor& sensor, SensorPropertyCache& cache, BYTE* report,
+                                              ULONG writeSettings) noexcept
+{
+    HidCollectionRecord& record = *sensor.Record();
+    HidDevice& device = *record.Owner;
+    // With sensors discovered, sensor k's feature report is the first one's ID
+    // plus k; before that there is no ID to ask for.
+    const bool discovered = device.SensorCount() != 0;
+    return FeatureReportContext{
+        sensor, record, device, cache,
+        discovered ? static_cast<UCHAR>(record.FeatureReportId + record.SensorIndex) : UCHAR{0},
+        discovered ? record.LinkCollection : USHORT{0},
+        report, device.Caps().FeatureReportByteLength, writeSettings};
+}
+
+NTSTATUS FetchAndParseFeatureReport(FeatureReportContext& context)
+{
     NTSTATUS status = STATUS_SUCCESS;
-    if (record.HasFeatureReport == 1) {
-        status = device.GetFeatureReport(context.ReportId, report, context.ReportLength, context.Name());
+    if (context.Record.HasFeatureReport == 1) {
+        status = context.Device.GetFeatureReport(context.ReportId, context.Report, context.ReportLength,
+                                                 context.Name());
         if (!NT_SUCCESS(status)) {
             TRACE_ERROR(status, context.Name(), static_cast<ULONG>(context.ReportId));
-            DriverHeapFree(report);
             return status;
         }
         status = ReadSelectors(context);
@@ -299,17 +321,8 @@ NTSTATUS ReadAndParse(HidSensor& sensor, SensorPropertyCache& cache, ULONG write
         });
     }
     TraceSummaryOnce(context);
-
-    // The write-back's own status decides only its last step and is traced;
-    // the caller learns whether the report could be read and parsed. A device
-    // without a batch-interval field fails that write every time, and a sensor
-    // must not fail to initialize for it.
-    if (record.HasFeatureReport == 1 && NT_SUCCESS(status))
-        WriteBackSettings(context);
-    DriverHeapFree(report);
     return status;
 }
-}  // namespace
 
 NTSTATUS ReadSensorFeatureReport(HidSensor& sensor, SensorPropertyCache& cache, ULONG writeSettings)
 {

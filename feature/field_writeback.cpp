@@ -16,6 +16,8 @@ constexpr USAGE kSensitivityAbsolute = 0x1000;
 constexpr USAGE kSensitivityRelativePercent = 0xE000;
 constexpr USAGE kPropertySensitivityAbsolute = 0x030F;
 constexpr USAGE kPropertySensitivityRelativePercent = 0x0311;
+// Change sensitivity of data usage 0x566, which no sensor page defines; it is
+// written like the others, and any modifier of it counts in the read-back.
 constexpr USAGE kOtherSensitivity = 0x1566;
 constexpr ULONG kSensitivityArrayBytes = 24;
 

@@ -160,6 +160,7 @@ struct SensorPropertyCache : HeapObject {
     // so one could send a report carrying the other's half-written field. A
     // plain mutex: it is taken only on client-call threads, never by the input
     // reader (which reads bounds through the atomics above), and nothing that
-    // runs under it takes another driver lock.
+    // runs under it takes another driver lock. A device that stops answering
+    // holds it for the synchronous requests' timeouts, no longer.
     std::mutex FeatureReportLock;
 };

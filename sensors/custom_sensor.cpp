@@ -21,6 +21,12 @@ constexpr ULONG kSensorStateEntry = 3;
 
 // Record position of custom value 1's change sensitivity.
 constexpr ULONG kCustomValue1ThresholdPosition = 3;
+
+// The same GUID, as two 8-byte compares: this runs for every data-field update.
+bool SameFmtid(const GUID& a, const GUID& b) noexcept
+{
+    return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+}
 }  // namespace
 
 CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
@@ -99,6 +105,7 @@ void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
     if (properties == nullptr)
         return;
+    std::lock_guard lock(publishedListsLock_);
     PROPVARIANT& value = properties->List[kSensorStateEntry].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
@@ -154,8 +161,10 @@ NTSTATUS CustomSensor::GetProperties(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIS
 {
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status))
+    if (NT_SUCCESS(status)) {
+        std::lock_guard lock(publishedListsLock_);
         status = AnswerCollectionList(Record()->SensorProperties, properties, size);
+    }
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -226,6 +235,7 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
     if (NT_SUCCESS(status) && own == nullptr)
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
+        std::lock_guard lock(publishedListsLock_);
         if (thresholds != nullptr)
             InitPropVariantFromFloat(cache_->FieldChangeSensitivity[1].Get(), &own->List[0].Value);
         status = AnswerCollectionList(own, thresholds, size);
@@ -289,13 +299,16 @@ void CustomSensor::IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept
 
 NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
 {
+    TRACE_ENTRY();
     PSENSOR_COLLECTION_LIST data = Record()->Data;
-    if (data == nullptr || key == nullptr || value == nullptr)
+    if (data == nullptr || key == nullptr || value == nullptr) {
+        TRACE_EXIT(STATUS_SUCCESS);
         return STATUS_SUCCESS;
+    }
     const ULONG fields = data->Count;
     ULONG& pending = cache_->PendingFieldCount;
     const ULONG slot = key->pid - kCustomUsageKey.pid;
-    if (data == indexedData_ && slot < std::size(customFieldEntries_) && IsEqualGUID(key->fmtid, kCustomDataFmtid)) {
+    if (data == indexedData_ && slot < std::size(customFieldEntries_) && SameFmtid(key->fmtid, kCustomDataFmtid)) {
         for (ULONGLONG entries = customFieldEntries_[slot]; entries != 0; entries &= entries - 1) {
             std::memcpy(&data->List[std::countr_zero(entries)].Value, value, sizeof(PROPVARIANT));
             ++pending;
@@ -303,16 +316,19 @@ NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT
     } else {
         for (ULONG i = 1; i < fields; ++i) {
             SENSOR_VALUE_PAIR& entry = data->List[i];
-            if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
+            if (entry.Key.pid == key->pid && SameFmtid(entry.Key.fmtid, key->fmtid)) {
                 std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
                 ++pending;
             }
         }
     }
-    if (pending != fields - 1)
-        return STATUS_SUCCESS;
-    // The class extension takes its copy during the call; the result changes nothing here.
-    SensorsCxSensorDataReady(Record()->SensorObject, data);
-    pending = 0;
+    if (pending == fields - 1) {
+        // The class extension takes its copy during the call; its result changes nothing here.
+        const NTSTATUS delivered = SensorsCxSensorDataReady(Record()->SensorObject, data);
+        if (!NT_SUCCESS(delivered))
+            TRACE_ERROR(delivered, GetFriendlyName());
+        pending = 0;
+    }
+    TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
 }

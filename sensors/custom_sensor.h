@@ -7,10 +7,15 @@
 // The callbacks and the input reader run on different threads without a lock:
 // the fields they share are single 32-bit values (requested states, intervals,
 // forceDelivery, thresholds) held as relaxed atomics in the record. The data
-// list and PendingFieldCount are written only by the reader.
+// list and PendingFieldCount are written only by the reader. Two callbacks may
+// run at once on the class extension's threads; the two lists that a callback
+// writes while another may be copying them (the sensor state in the property
+// list, the threshold value) are guarded by publishedListsLock_, which the
+// reader never takes.
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "feature/sensor_property_cache.h"
 #include "hid/custom_sensor_kind.h"
@@ -83,6 +88,7 @@ private:
     void IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept;
 
     SensorPropertyCache* cache_ = nullptr;
+    std::mutex publishedListsLock_;
     // The data list the index below was built for (null: none), and per custom
     // data pid 5..34 the entries holding it, one bit per entry. The keys of a
     // data list never change, so the index stays exact; a list of more than

@@ -2,10 +2,18 @@
 // size-query pattern of every list, intervals and thresholds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "host/common/fault_injection.h"
 #include "tests/sensors/custom_sensor_test_support.h"
 
 namespace testdriver {
 namespace {
+
+PROPERTYKEY DataKey(DWORD pid)
+{
+    return {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, pid};
+}
 
 HidDeviceConfig GestureTap(std::uint32_t intervalMs = 100)
 {
@@ -128,10 +136,82 @@ TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
     };
     EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_R4, 2.5f)).status, STATUS_SUCCESS);
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    // Another type stores nothing, but the requested values still go to the device.
+    t.bed.Sim().ClearTraffic();
     EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_UI4, 7.0f)).status, STATUS_SUCCESS);
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    std::vector<int> kinds;
+    for (const host::hidsim::TrafficEvent& event : t.bed.Traffic())
+        kinds.push_back(static_cast<int>(event.kind));
+    EXPECT_FALSE(kinds.empty());
+    EXPECT_EQ(kinds.front(), static_cast<int>(TrafficKind::GetFeature));
+    EXPECT_NE(std::find(kinds.begin(), kinds.end(), static_cast<int>(TrafficKind::SetFeature)), kinds.end());
+    // An entry with another key starts no write-back at all.
+    t.bed.Sim().ClearTraffic();
+    SENSOR_VALUE_PAIR other = {};
+    other.Key = DataKey(99);
+    other.Value.vt = VT_R4;
+    EXPECT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&other, 1)).status, STATUS_SUCCESS);
+    EXPECT_TRUE(t.bed.Traffic().empty());
     for (ULONG position = 0; position < kThresholdPositions; ++position)
         EXPECT_EQ(record.DataThresholds[position].load(), position == 3 ? 2.5f : 0.0f);
+}
+
+TEST(CustomSensorCalls, RegistrationFailuresEndCleanlyWithTheirStatus)
+{
+    using host::FaultInjector;
+    using host::FaultPoint;
+    auto callsDuringPrepare = [](FaultPoint point) {
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(point, 0, 0);
+        EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        return FaultInjector::Instance().Calls(point);
+    };
+    // A string or CLSID that cannot be copied leaves its entry empty; the
+    // sensor is still published with every list.
+    const std::uint64_t copies = callsDuringPrepare(FaultPoint::CoTaskMem);
+    ASSERT_GE(copies, 10u);
+    for (std::uint64_t n = 1; n <= copies; ++n) {
+        SCOPED_TRACE(n);
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(FaultPoint::CoTaskMem, n, 0);
+        ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        EXPECT_EQ(Module().enumerateStatus, STATUS_SUCCESS);
+        cx::Client client(bed.Host().Device());
+        ASSERT_EQ(client.SensorCount(), 1u);
+        const cx::CallResult properties = client.GetProperties(0);
+        EXPECT_EQ(properties.status, STATUS_SUCCESS);
+        int empty = 0;
+        for (const std::string& line : Lines(client.Sensors()[0].enumeration))
+            empty += line.ends_with(" EMPTY");
+        for (const std::string& line : Lines(*properties.list))
+            empty += line.ends_with(" EMPTY");
+        EXPECT_EQ(empty, 1);
+    }
+    // The platform sensor, its context or a list cannot be made: the sensor
+    // is not published and nothing is left behind.
+    struct Case {
+        FaultPoint point;
+        std::uint64_t nth;  // 0: the last call of prepare-hardware
+        NTSTATUS expected;
+    };
+    const Case cases[] = {
+        {FaultPoint::SensorsCxSensorCreate, 1, STATUS_DEVICE_NOT_CONNECTED},
+        {FaultPoint::SensorsCxSensorInitialize, 1, STATUS_DEVICE_NOT_CONNECTED},
+        {FaultPoint::FrameworkMemory, 0, STATUS_INSUFFICIENT_RESOURCES},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(host::FaultPointName(c.point));
+        const std::uint64_t nth = c.nth != 0 ? c.nth : callsDuringPrepare(c.point);
+        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
+        ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
+        FaultInjector::Instance().FailNth(c.point, nth, STATUS_DEVICE_NOT_CONNECTED);
+        ASSERT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+        EXPECT_EQ(Module().enumerateStatus, c.expected);
+        EXPECT_EQ(cx::Client(bed.Host().Device()).SensorCount(), 0u);
+    }
 }
 
 }  // namespace

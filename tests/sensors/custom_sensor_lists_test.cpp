@@ -16,16 +16,30 @@ constexpr ULONGLONG kTicksPerMs = 10'000;
 const std::string kCustomType = Clsid("{E83AF229-8640-4D18-A213-E22675EBB2C3}");
 const std::string kCustomCategory = Clsid("{2C90E7A9-F4C9-4FA2-AF37-56D471FE5A3D}");
 
+// The change sensitivity of the tap's custom value 1, in hundredths.
+const hs::ValueField kTapSensitivity = hs::Property(
+    hs::Modified(hs::CustomValueUsage(1), hs::kModChangeSensitivityAbsolute), 16, 0, 0xFFFF, -2);
+
+// The tap's feature report: selectors, interval, description, friendly name, sensitivity.
+Bytes TapFeature(std::uint8_t reporting, std::uint8_t power, std::uint32_t intervalMs, std::uint16_t sensitivity)
+{
+    Bytes report = FeatureReport(2, intervalMs, {u"0x210", u"Tap"}, 16, reporting, power);
+    report.push_back(static_cast<std::uint8_t>(sensitivity & 0xFF));
+    report.push_back(static_cast<std::uint8_t>(sensitivity >> 8));
+    return report;
+}
+
 // Sensor 0 (report 1): an accelerometer placeholder. Sensor 1 (report 2): a
 // gesture tap with custom usage, custom value 1 (16 bits, exponent -2) and
-// custom value 3 (8 bits) and a friendly name. Sensor 2 (report 3): "Other",
+// custom value 3 (8 bits), a friendly name and a sensitivity for value 1. Sensor 2 (report 3): "Other",
 // custom values 1 and 2 of 16 bits.
 HidDeviceConfig TapOtherAndPlaceholder()
 {
-    const hs::SensorSpec tap = CustomWithStrings(
+    hs::SensorSpec tap = CustomWithStrings(
         {hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF), hs::CustomValue(1, 16, -32767, 32767, -2),
          hs::CustomValue(3, 8, -128, 127)},
         true);
+    tap.features.push_back(kTapSensitivity);
     const hs::SensorSpec other = CustomWithStrings({hs::CustomValue(1), hs::CustomValue(2)}, false);
     // The placeholder has a feature report too, so that feature report IDs
     // count from its own.
@@ -36,7 +50,7 @@ HidDeviceConfig TapOtherAndPlaceholder()
         .WithManufacturer(u"Contoso")
         .WithProduct(u"Hub")
         .WithSerialNumber(u"SN-7")
-        .WithFeature(2, FeatureReport(2, 100, {u"0x210", u"Tap"}))
+        .WithFeature(2, TapFeature(1, 1, 100, 0))
         .WithFeature(3, FeatureReport(3, 100, {u"gizmo"}));
 }
 
@@ -143,6 +157,72 @@ TEST(CustomSensorLists, ReportsBecomeTheSamplesOfTheirSensorStartedOrNot)
     EXPECT_EQ(Lines(samples[0].values), (std::vector<std::string>{TimestampLine(now + 3 * kTicksPerMs),
                                                                    Custom(5, "UI4 528"), Custom(7, "R4 1"),
                                                                    Custom(9, "UI4 251")}));
+}
+
+TEST(CustomSensorLists, StartIntervalThresholdsAndStopReachTheDeviceInOrder)
+{
+    ClientBed t(TapOtherAndPlaceholder());
+    ASSERT_EQ(t.client->SensorCount(), 2u);
+    auto setFeatures = [&] {
+        std::vector<Bytes> sent;
+        for (const host::hidsim::TrafficEvent& event : t.bed.Traffic())
+            if (event.kind == TrafficKind::SetFeature)
+                sent.push_back(event.bytes);
+        t.bed.Sim().ClearTraffic();
+        return sent;
+    };
+    t.bed.Sim().ClearTraffic();
+
+    // Start: reporting all events (selector 1) and full power (selector 1)
+    // are what the device holds already; the interval is written back as it is.
+    ASSERT_EQ(t.client->Start(0).status, STATUS_SUCCESS);
+    EXPECT_EQ(setFeatures(), (std::vector<Bytes>{TapFeature(1, 1, 100, 0), TapFeature(1, 1, 100, 0)}));
+
+    // The interval goes to the device; the device's value is the sensor's.
+    ASSERT_EQ(t.client->SetDataInterval(0, 250).status, STATUS_SUCCESS);
+    EXPECT_EQ(setFeatures(), (std::vector<Bytes>{TapFeature(1, 1, 250, 0), TapFeature(1, 1, 250, 0)}));
+    EXPECT_EQ(t.client->GetDataInterval(0).ms, 250u);
+    setFeatures();
+
+    // The threshold of custom value 1 becomes its sensitivity field: 1.5 as 150.
+    SENSOR_VALUE_PAIR threshold = {};
+    threshold.Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 161};
+    threshold.Value.vt = VT_R4;
+    threshold.Value.fltVal = 1.5f;
+    ASSERT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&threshold, 1)).status,
+              STATUS_SUCCESS);
+    // Interval, then the field's sensitivity, then reporting and power state.
+    EXPECT_EQ(setFeatures(), (std::vector<Bytes>{TapFeature(1, 1, 250, 0), TapFeature(1, 1, 250, 150),
+                                                 TapFeature(1, 1, 250, 150)}));
+    EXPECT_EQ(Lines(*t.client->GetDataThresholds(0).list), (std::vector<std::string>{Data(161, "R4 1.5")}));
+
+    // Stop: no events (selector 0) and low power (selector 2).
+    ASSERT_EQ(t.client->Stop(0).status, STATUS_SUCCESS);
+    EXPECT_EQ(setFeatures(), (std::vector<Bytes>{TapFeature(1, 1, 250, 150), TapFeature(0, 2, 250, 150)}));
+    // The other sensor's report was never written.
+    for (const host::hidsim::TrafficEvent& event : t.bed.Traffic())
+        EXPECT_EQ(event.reportId, 2);
+}
+
+TEST(CustomSensorLists, IntervalTheDeviceHoldsBelowTheMinimumReadsAsTheDefault)
+{
+    // The device clamps every interval written to 20 ms; its minimum is 60 ms.
+    hs::SensorSpec sensor = hs::CustomSensor(16, {hs::CustomValue(1)});
+    sensor.features.push_back(hs::Property(hs::kMinimumReportInterval, 16, 0, 0xFFFF));
+    Bytes feature = FeatureReport(1, 20, {u"0x210"});
+    feature.push_back(60);
+    feature.push_back(0);
+    ClientBed t(HidDeviceConfig{}
+                    .WithDescriptor(hs::BuildSensorContainer({sensor}))
+                    .WithFeature(1, feature)
+                    .WithRule(host::hidsim::DeviceRule::Clamp(hs::kReportInterval, 10, 20)));
+    ASSERT_EQ(t.client->SensorCount(), 1u);
+    EXPECT_EQ(t.Sensor(0)->Record()->MinimumReportInterval.load(), 60u);
+    EXPECT_EQ(Lines(*t.client->GetProperties(0).list)[4], Prop(21, "UI4 60"));
+    EXPECT_EQ(t.client->SetDataInterval(0, 59).status, STATUS_UNSUCCESSFUL);
+    EXPECT_EQ(t.client->SetDataInterval(0, 60).status, STATUS_SUCCESS);
+    EXPECT_EQ(t.Sensor(0)->Record()->CurrentReportInterval.load(), 20u);
+    EXPECT_EQ(t.client->GetDataInterval(0).ms, 100u);
 }
 
 }  // namespace
