@@ -9,8 +9,12 @@
 #include "platform/basetypes.h"
 
 // The whole operation, under the cache's FeatureReportLock. writeSettings 1
-// also writes thresholds and vendor values. Returns the status of the last
-// step that set one; callers usually do not act on it.
+// also writes thresholds and vendor values. Returns the fetch's failure, or
+// the status of the parse (that of the last value field of the sensor's
+// report, which also decides whether the write-back runs). The write-back's
+// own status only decides whether the reporting and power state are written,
+// and is traced: a device without a batch-interval field fails that write on
+// every call, and its sensors must still initialize.
 NTSTATUS ReadSensorFeatureReport(HidSensor& sensor, SensorPropertyCache& cache, ULONG writeSettings);
 
 // The parts, for the operation above and for tests.

@@ -2,6 +2,7 @@
 // round trips, and the record following the device's read-back.
 #include <gtest/gtest.h>
 
+#include "host/common/fault_injection.h"
 #include "tests/feature/feature_test_bed.h"
 
 namespace featuretest {
@@ -327,6 +328,66 @@ TEST(FeatureWriteBack, VendorValuesOnlyWithWriteSettingsAndOnlyWhenChanged)
     EXPECT_EQ(cache.VendorValues[VendorValueIndex(0xF08E)].Get(), 1);
     // Again with the device at 1: nothing to write, the states still go.
     EXPECT_EQ(bed.Read(1), (Traffic{"get 01 7F 00 01", "set 01 7F 00 01", "get 01 7F 00 01"}));
+}
+
+
+// A real custom sensor (HUTRR39 example): no report ID, connection type,
+// reporting, power and sensor state selectors, the interval, and sensitivity
+// and bounds of the custom-data group (0x1540, 0x2540, 0x3540), which are no
+// data field of the driver's and are left alone.
+TEST(FeatureWriteBack, RealCustomSensorStopsAndStarts)
+{
+    const Bytes report = ReportBytes(0).U8(1).U8(1).U8(1).U8(2).U32(100).U16(50).U16(10000).U16(0xD8F0);
+    FeatureBed bed(HidDeviceConfig{}.WithDescriptor(testdriver::LoadDescriptor("hutrr39-cus4")).WithFeature(0, report));
+    ASSERT_TRUE(bed.Ready());
+    ASSERT_TRUE(bed.Bed().Sim().SetFeature(0, report));
+    const std::string values = " 64 00 00 00 32 00 10 27 F0 D8";
+    const std::string running = "00 01 01 01 02" + values;
+    const std::string stopped = "00 01 00 02 02" + values;
+
+    // Without a batch-interval field and without seen data fields the interval is all that is written.
+    EXPECT_EQ(bed.Read(0), (Traffic{"get " + running, "set " + running, "get " + running}));
+    const SensorPropertyCache& cache = bed.Cache();
+    EXPECT_EQ(cache.ConnectionTypeSelector.Get(), 1u);
+    EXPECT_EQ(cache.ReportingStateSelector.Get(), 2u);
+    EXPECT_EQ(cache.PowerStateSelector.Get(), 2u);
+    EXPECT_EQ(cache.SensorStateSelector.Get(), 3u);
+    EXPECT_EQ(cache.ReportInterval.Get(), 100u);
+    EXPECT_EQ(cache.FieldChangeSensitivity[0].IsPresent(), 0u);
+
+    // With custom value 1 seen, the bound refresh lets the states through.
+    bed.SeeField(1, 0.25f);
+    bed.Record().RequestedReportingState = 0;
+    bed.Record().RequestedPowerState = 1;
+    EXPECT_EQ(bed.Read(1), (Traffic{"get " + running, "set " + running, "get " + running, "set " + stopped,
+                                    "get " + stopped}));
+    bed.Record().RequestedReportingState = 1;
+    bed.Record().RequestedPowerState = 2;
+    EXPECT_EQ(bed.Read(0), (Traffic{"get " + stopped, "set " + stopped, "get " + stopped, "set " + running,
+                                    "get " + running}));
+}
+
+
+TEST(FeatureWriteBack, AllocationFailures)
+{
+    hs::SensorSpec spec;
+    spec.features = {hs::ReportIntervalProperty(8)};
+    FeatureBed bed(spec, ReportBytes(1).U8(100));
+    ASSERT_TRUE(bed.Ready());
+    bed.Record().CurrentReportInterval = 50;
+    // The report buffer: nothing is fetched.
+    host::FaultInjector::Instance().FailNth(host::FaultPoint::DriverHeap, 1, 0);
+    NTSTATUS status = 0;
+    EXPECT_TRUE(bed.Read(0, &status).empty());
+    EXPECT_EQ(status, STATUS_NO_MEMORY);
+    // A send buffer: the write fails before anything is sent; the record keeps its interval.
+    host::FaultInjector::Instance().FailNth(host::FaultPoint::DriverHeap, 2, 0);
+    EXPECT_EQ(bed.Read(0, &status), (Traffic{"get 01 64"}));
+    EXPECT_EQ(status, STATUS_SUCCESS);
+    EXPECT_EQ(bed.Cache().ReportInterval.Get(), 50u);
+    EXPECT_EQ(bed.Record().CurrentReportInterval.load(), 50u);
+    host::FaultInjector::Instance().Reset();
+    EXPECT_EQ(bed.Read(0), (Traffic{"get 01 64", "set 01 32", "get 01 32"}));
 }
 
 }  // namespace
