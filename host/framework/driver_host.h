@@ -36,9 +36,10 @@
 //   - A wait lock acquired twice by one thread, released when free, or
 //     deleted while held; a timer or request used after deletion; a handle
 //     closed twice.
-//   - A device that never answers costs 5 s of virtual time per synchronous
-//     IOCTL (the platform's time-out); timers that fall due meanwhile fire
-//     after the call returns, never inside it.
+//   - A device that never answers costs a synchronous send its whole
+//     time-out (the driver's 5 s per IOCTL) of virtual time; timers that fall
+//     due meanwhile fire after the call returns, never inside it. A
+//     synchronous send without a time-out to such a device is a violation.
 #pragma once
 
 #include <memory>

@@ -344,13 +344,23 @@ std::optional<HistoryCompletion> Client::WaitHistoryRetrieval(std::size_t sensor
     auto state = device_ != nullptr ? device_->VisibleAt(sensor) : nullptr;
     if (state == nullptr)
         return std::nullopt;
-    // Deterministic mode: the worker moves only now, and completes (or parks)
-    // before the wait looks; waiting in real time is then only for threads
-    // that are not the driver's.
     if (auto completion = state->History().Wait(std::chrono::milliseconds(0)))
         return completion;
-    framework::RunDriverThreads();
+    // Deterministic mode: the worker moves only now, and has completed or
+    // parked when this returns; nothing else can complete it meanwhile.
+    if (framework::scheduling::Scheduled()) {
+        framework::RunDriverThreads();
+        return state->History().Wait(std::chrono::milliseconds(0));
+    }
     return state->History().Wait(timeout);
+}
+
+std::optional<HistoryCompletion> Client::TakeHistoryCompletion(std::size_t sensor)
+{
+    auto state = device_ != nullptr ? device_->VisibleAt(sensor) : nullptr;
+    if (state == nullptr)
+        return std::nullopt;
+    return state->History().Wait(std::chrono::milliseconds(0));
 }
 
 Subscription Client::Subscribe(SampleCallback callback)

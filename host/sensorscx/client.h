@@ -125,11 +125,15 @@ public:
     CallResult StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOptions options = {});
     CallResult CancelHistoryRetrieval(std::size_t sensor, CallOptions options = {});
     // The oldest completion not yet taken; nothing on time-out or when the
-    // sensor is gone. A completion already there is taken without more ado.
-    // Otherwise the driver's threads are let run first (deterministic mode:
-    // this is where a history worker runs), then the wait lasts up to
-    // `timeout` of real time.
+    // sensor is gone. A completion already there is taken at once.
+    // Otherwise, deterministic mode: the driver's threads are let run (this is
+    // where a history worker runs) and the answer is what they brought,
+    // without waiting: nothing else can complete a retrieval meanwhile, so
+    // `timeout` is not spent. Real-time mode: waits up to `timeout`.
     std::optional<HistoryCompletion> WaitHistoryRetrieval(std::size_t sensor, std::chrono::milliseconds timeout);
+    // The oldest completion that has arrived, if any. Never waits and never
+    // lets driver threads run: what a runner prints after each step.
+    std::optional<HistoryCompletion> TakeHistoryCompletion(std::size_t sensor);
 
     // Every later sample of the device's sensors.
     Subscription Subscribe(SampleCallback callback);

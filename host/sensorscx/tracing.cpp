@@ -71,6 +71,8 @@ void ResetRegistry()
 {
     Registry& registry = Table();
     std::lock_guard lock(registry.mutex);
+    for (std::size_t i = 0; i < registry.providers.size(); ++i)
+        host::ResourceLedger::Instance().Release(host::ResourceKind::TraceRegistration);
     registry.providers.clear();
     registry.enables.clear();
     registry.nextHandle = 1;

@@ -201,11 +201,22 @@ TEST_F(IoTest, SynchronousIoctlPassesTheBufferWindowsAndReportsBytesOrTheDeviceS
 TEST_F(IoTest, SilentDeviceTimesOutAndTheClockMovesByTheTimeout)
 {
     endpoint_.NeverAnswer(kIoctl);
+    static int firings = 0;
+    firings = 0;
+    WDF_TIMER_CONFIG config;
+    WDF_TIMER_CONFIG_INIT(&config, [](WDFTIMER) { ++firings; });
+    WDF_OBJECT_ATTRIBUTES attributes = Attributes(Device());
+    WDFTIMER timer = nullptr;
+    ASSERT_EQ(WdfTimerCreate(&config, &attributes, &timer), STATUS_SUCCESS);
+    WdfTimerStart(timer, WDF_REL_TIMEOUT_IN_MS(100));
     WDFREQUEST request = NewRequest();
     LONGLONG before = NowTicks();
     EXPECT_FALSE(SendIoctl(request));
     EXPECT_EQ(WdfRequestGetStatus(request), STATUS_IO_TIMEOUT);
     EXPECT_EQ(NowTicks() - before, 5 * 1000 * kTicksPerMillisecond);
+    EXPECT_EQ(firings, 0) << "a timer due meanwhile never fires inside the call";
+    host_->RunPending();
+    EXPECT_EQ(firings, 1);
 
     // Without a timeout it fails at once instead of hanging.
     request = NewRequest();

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -21,6 +22,7 @@
 #include "platform/com.h"
 #include "platform/propsys.h"
 #include "platform/sensorscx.h"
+#include "platform/system.h"
 
 namespace host::sensorscx::testing {
 
@@ -87,6 +89,9 @@ struct Misbehaviour {
 
 struct FakeSensor {
     FakeSensor();
+    ~FakeSensor();
+    FakeSensor(const FakeSensor&) = delete;
+    FakeSensor& operator=(const FakeSensor&) = delete;
 
     SENSOROBJECT handle = nullptr;
     DriverList enumeration{2};
@@ -97,6 +102,17 @@ struct FakeSensor {
     std::atomic<int> starts{0};
     ULONG intervalMs = 100;
     PSENSOR_COLLECTION_LIST historyList = nullptr;  // the accepted retrieval's buffer
+
+    // With FakeDriverConfig::historyWorker: a retrieval drains `ring` on a
+    // worker thread of its own, polling `cancelEvent` before each record, the
+    // way a history sensor does. Deliver() also records into the ring.
+    HANDLE cancelEvent = nullptr;  // auto-reset
+    HANDLE worker = nullptr;       // the last worker started
+    WDFWAITLOCK sampleLock = nullptr;  // retrievalRunning, worker
+    WDFWAITLOCK bufferLock = nullptr;  // ring
+    ULONG retrievalRunning = 0;
+    ULONG historyBytes = 0;
+    std::deque<ULONG> ring;
 
     // Writes `records` records of 3 entries and reports completion `times`
     // times with the size written less `shortBy`.
@@ -111,7 +127,11 @@ struct FakeDriverConfig {
     bool nullStart = false;    // EvtSensorStart left null
     ULONG configSize = sizeof(SENSOR_CONTROLLER_CONFIG);
     bool skipInitConfig = false;
+    bool historyWorker = false;  // retrievals run on worker threads (see FakeSensor)
 };
+
+// The fake driver's module entry, for tests that drive a host of their own.
+NTSTATUS FakeDriverEntry(void*, void*, PDRIVER_OBJECT driverObject, PUNICODE_STRING registryPath);
 
 inline FakeDriverConfig& FakeDriver() { static FakeDriverConfig config; return config; }
 inline std::vector<std::unique_ptr<FakeSensor>>& FakeSensors() { static std::vector<std::unique_ptr<FakeSensor>> s; return s; }
@@ -159,6 +179,7 @@ protected:
     FakeSensor& Sensor(std::size_t i) { return *FakeSensors().at(i); }
     Client& TheClient() { return *client_; }
 
+    framework::ClockMode mode_ = framework::ClockMode::Deterministic;  // set before SetUp
     SilentEndpoint endpoint_;
     std::unique_ptr<framework::DriverHost> host_;
     std::optional<Client> client_;

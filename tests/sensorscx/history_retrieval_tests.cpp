@@ -1,5 +1,6 @@
 // History retrieval and samples completed on another thread while the client
-// waits. Waits use a generous real-time limit and never assert on time.
+// waits, on a real-time host. Waits use a generous real-time limit and never
+// assert on time.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -14,7 +15,10 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
 constexpr ULONG kRecordBytes = 3 * 48;
 
-class HistoryRetrievalTest : public StartedDriverTest {};
+class HistoryRetrievalTest : public StartedDriverTest {
+protected:
+    HistoryRetrievalTest() { mode_ = framework::ClockMode::RealTime; }
+};
 
 TEST_F(HistoryRetrievalTest, CompletionCarriesTheRecordsAndASecondStartMeanwhileIsRefused)
 {
@@ -69,6 +73,26 @@ TEST_F(HistoryRetrievalTest, StrayTwiceAndShortCompletionsAreReported)
     EXPECT_EQ(TakeViolations(), (std::vector<ViolationKind>{ViolationKind::NoAcceptedRetrieval,
                                                             ViolationKind::NoAcceptedRetrieval,
                                                             ViolationKind::SizeTooSmall}));
+}
+
+// A completion call that fails (injected) still ends the retrieval on the
+// host's side: the driver's next start is no overlap.
+TEST_F(HistoryRetrievalTest, FailedCompletionEndsTheRetrievalBeforeTheNextStart)
+{
+    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
+    FaultInjector::Instance().FailNth(FaultPoint::SensorsCxHistoryRetrievalComplete, 1, STATUS_INSUFFICIENT_RESOURCES);
+    PSENSOR_COLLECTION_LIST list = Sensor(0).historyList;
+    Sensor(0).historyList = nullptr;
+    EXPECT_EQ(SensorsCxSensorHistoryRetrievalComplete(Sensor(0).handle, 8, STATUS_SUCCESS),
+              STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_NE(list, nullptr);
+    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value()) << "the failed call delivered nothing";
+    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_SUCCESS);
+    Sensor(0).CompleteHistory(1);
+    const auto completion = TheClient().WaitHistoryRetrieval(0, kPatience);
+    ASSERT_TRUE(completion.has_value());
+    EXPECT_EQ(completion->list.Count(), 3u);
+    EXPECT_EQ(TakeViolations(), std::vector<ViolationKind>{});
 }
 
 }  // namespace

@@ -1,0 +1,55 @@
+// A whole lifecycle of a custom-sensor device with the n-th platform call made
+// by the driver failing, for every n, from one loop: whatever fails, the
+// driver ends clean (nothing left, no contract broken).
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "host/common/fault_injection.h"
+#include "tests/driver/driver_test_bed.h"
+
+namespace testdriver {
+namespace {
+
+using host::FaultInjector;
+using host::FaultPoint;
+
+// Load, add, prepare, D0 entry, D0 exit, release; whatever each step returns.
+void Cycle(DriverTestBed& bed)
+{
+    if (!NT_SUCCESS(bed.Load()))
+        return;
+    bed.Host().PrepareHardware();
+    bed.Start();
+    bed.Stop();
+    bed.Host().ReleaseHardware();
+}
+
+TEST(PlatformCallSweep, EveryDriverCallOfALifecycleFailsInTurnAndTheDriverEndsClean)
+{
+    std::uint64_t total = 0;
+    {
+        DriverTestBed bed(AccelerometerActivityPedometer(), nullptr);
+        Cycle(bed);
+        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
+        total = FaultInjector::Instance().TotalCalls();
+    }
+    ASSERT_GT(total, 20u);
+    std::set<FaultPoint> failed;
+    for (std::uint64_t n = 1; n <= total; ++n) {
+        DriverTestBed bed(AccelerometerActivityPedometer(), nullptr);
+        FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
+        Cycle(bed);
+        const auto point = FaultInjector::Instance().LastInjected();
+        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
+        failed.insert(*point);
+        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
+    }
+    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::FrameworkMemory, FaultPoint::DeviceCreate,
+                             FaultPoint::IoTargetCreate, FaultPoint::IoTargetOpen, FaultPoint::RequestCreate,
+                             FaultPoint::RequestSend})
+        EXPECT_TRUE(failed.count(point)) << host::FaultPointName(point) << " was never failed";
+}
+
+}  // namespace
+}  // namespace testdriver
