@@ -75,6 +75,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     GlobalState& state = globals.current;
     switch (item.tag) {
     case kUsagePage:
+        // Which 16 bits would be the page is anyone's guess: refused.
         if (item.data > 0xFFFF) return Fail(error, item, "Usage Page " + Hex(item.data) + " above 0xFFFF");
         state.usagePage = static_cast<std::uint16_t>(item.data);
         return true;
@@ -85,6 +86,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
     case kUnitExponent: ApplyUnitExponent(state, item); return true;
     case kUnit: state.unit = item.data; return true;
     case kReportSize:
+        // A field of no bits holds no data, and 0 would divide positions.
         if (item.data == 0) return Fail(error, item, "Report Size 0");
         if (item.data > limits::kMaxReportSize)
             return Fail(error, item, "Report Size " + std::to_string(item.data) + " longer than a whole report");
@@ -92,8 +94,11 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
         state.reportSizeDeclared = true;
         return true;
     case kReportId:
+        // ID 0 is reserved: byte 0 could no longer tell reports apart, nor
+        // can an ID above one byte.
         if (item.data == 0) return Fail(error, item, "Report ID 0");
         if (item.data > 0xFF) return Fail(error, item, "Report ID " + std::to_string(item.data) + " above 255");
+        // Fields already placed in a report without ID byte would move.
         if (globals.mainItemWithoutReportId) return Fail(error, item, "Report ID after main items that had none");
         state.reportId = static_cast<std::uint8_t>(item.data);
         globals.reportIdsUsed = true;
@@ -110,6 +115,7 @@ bool ApplyGlobalItem(GlobalContext& globals, const Item& item, ParseError& error
         globals.saved[globals.pushDepth++] = state;
         return true;
     case kPop:
+        // No saved state to restore: every later field would be guesswork.
         if (globals.pushDepth == 0) return Fail(error, item, "Pop without Push");
         state = globals.saved[--globals.pushDepth];
         return true;

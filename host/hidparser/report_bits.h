@@ -1,6 +1,7 @@
 // Bit fields in a report buffer, HID order: bit 0 is the least significant bit
 // of byte 0, and a field's bits run upwards through the following bytes.
-// Callers guarantee bitOffset + bitSize <= length * 8 and 1 <= bitSize <= 32.
+// Callers guarantee bitOffset + bitSize <= length * 8 and 1 <= bitSize <= 32;
+// wider fields go through CopyBits in pieces.
 #pragma once
 
 #include <bit>

@@ -41,15 +41,21 @@
 //   last and NextSibling leads back to the one added before it (0 ends).
 // - Report lengths count the report-ID byte, also when the collection has no
 //   report IDs (byte 0 is then 0).
+// - A delimiter set names one control: its first usage takes the control's
+//   place and data index, and every later usage gets its own capability on the
+//   same bits with IsAlias set, so the value is found under any of them.
+// - A value field may be of any width (BitSize as declared); hidp_values.cpp
+//   says how the calls read one wider than 32 bits.
 // Rejected, with the byte offset of the offending item: truncated items,
-// reserved item types and tags, unbalanced collections, Push/Pop or
-// delimiters, main items outside every collection, Report Size 0 (or above 32
-// for a field with usages), a report longer than 4096 bytes including its
-// report-ID byte, Report ID 0 or above 255, a main item without Report ID in
-// a descriptor that uses report IDs, an Input, Output or Feature item before
-// any Report Size or Report Count, a Minimum without its Maximum, nesting
-// deeper than 32 or Push deeper than 8, more usages or capabilities than
-// parse_limits.h allows, and a descriptor without any collection.
+// unbalanced collections or delimiters, Pop without Push, main items outside
+// every collection, Report Size 0, a report longer than 4096 bytes including
+// its report-ID byte, Report ID 0 or above 255, a main item without Report ID
+// in a descriptor that uses report IDs, an Input, Output or Feature item
+// before any Report Size or Report Count, a Minimum without its Maximum,
+// nesting deeper than 32 or Push deeper than 8, more usages or capabilities
+// than parse_limits.h allows, and a descriptor without any collection.
+// Taken from shipped devices instead (descriptor_parser.h): reserved items,
+// odd unit exponents, a Push never popped.
 #pragma once
 
 #include <cstddef>

@@ -36,8 +36,15 @@ void PrintNode(std::string& out, const std::vector<HIDP_LINK_COLLECTION_NODE>& n
 {
     const HIDP_LINK_COLLECTION_NODE& node = nodes[index];
     out.append(static_cast<std::size_t>(4 + 2 * depth), ' ');
-    out += "[" + std::to_string(index) + "] " + DescribeUsage(node.LinkUsagePage, node.LinkUsage) + " (" +
-           CollectionTypeName(node.CollectionType) + ")\n";
+    // Appended piece by piece: "[" + std::string makes g++ 12 at -O3 warn
+    // falsely (-Wrestrict) inside std::string.
+    out += '[';
+    out += std::to_string(index);
+    out += "] ";
+    out += DescribeUsage(node.LinkUsagePage, node.LinkUsage);
+    out += " (";
+    out += CollectionTypeName(node.CollectionType);
+    out += ")\n";
     // Children in node order, whatever order the sibling chain keeps them in.
     for (std::size_t child = 1; child < nodes.size(); ++child) {
         if (nodes[child].Parent == index && child != index && depth < 64)

@@ -406,7 +406,8 @@ private:
         printer_.Print(event);
     }
 
-    // Retrievals that completed during the step print after its own event.
+    // Retrievals that completed during the step (inside a driver's own wait)
+    // print after its own event; driver threads are not let run here.
     void AfterStep()
     {
         if (client_ == nullptr)
@@ -420,8 +421,7 @@ private:
             const std::size_t index = ClientIndex(sensor);
             if (index == SIZE_MAX)
                 continue;
-            while (std::optional<sx::HistoryCompletion> done =
-                       client_->WaitHistoryRetrieval(index, std::chrono::milliseconds(0)))
+            while (std::optional<sx::HistoryCompletion> done = client_->TakeHistoryCompletion(index))
                 PrintHistory(sensor, *done);
         }
     }
