@@ -130,6 +130,8 @@ TEST_F(ThreadTest, AWaitOnTheHandleRunsTheThreadAndAWorkersTimeOutIsVirtual)
 
     // Signalled before the deadline: the wait ends with the signal.
     HANDLE second = CreateThread(nullptr, 0, WaitFiftyMs, &shared, 0, nullptr);
+    ASSERT_EQ(host_->Threads().size(), 2u) << "a finished thread is still listed";
+    EXPECT_EQ(host_->Threads()[0].state, DriverThreadState::Finished);
     EXPECT_TRUE(host_->RunThread(second));
     SetEvent(shared.ping);
     EXPECT_EQ(WaitForSingleObjectEx(second, 1, FALSE), WAIT_OBJECT_0);
