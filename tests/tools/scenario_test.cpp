@@ -135,6 +135,8 @@ TEST(ScenarioFile, MalformedFilesNameThePathAndTheReason)
         {"[]", "(document): expected an object"},
         {"{}", "device: missing"},
         {With(R"("extra":1)"), "extra: unknown key"},
+        {With(R"("ex\ntra":1)"), "ex\\x0atra: unknown key"},
+        {With("\"" + std::string(50, 'k') + "\":1"), std::string(40, 'k') + "...: unknown key"},
         {R"({"device":{"descriptor":"05 2G"}})", "device.descriptor: bad hex"},
         {R"({"device":{"descriptor":5}})", "device.descriptor: expected a string"},
         {With(R"("options":{"clock":"yesterday"})"), "options.clock: expected a UTC time"},

@@ -11,6 +11,7 @@
 #include "host/hidparser/descriptor_text.h"
 #include "host/hidsim/device_rules.h"
 #include "host/sensorscx/guid.h"
+#include "tools/hidsensor/descriptor_input.h"
 #include "tools/hidsensor/scenario.h"
 
 namespace hidsensor {
@@ -31,9 +32,15 @@ struct ScenarioError {
     throw ScenarioError{path, std::move(reason)};
 }
 
+// A key comes from the file: shown with control characters escaped and cut
+// short, so that the error stays one readable line.
 std::string Member(const std::string& path, const std::string& key)
 {
-    return path.empty() ? key : path + "." + key;
+    constexpr std::size_t kShownKeyChars = 40;
+    std::string shown = PrintablePath(key.substr(0, kShownKeyChars));
+    if (key.size() > kShownKeyChars)
+        shown += "...";
+    return path.empty() ? shown : path + "." + shown;
 }
 
 std::string Element(const std::string& path, std::size_t index)
