@@ -188,6 +188,17 @@ TEST(DriverModule, FailuresOfEntryAndDeviceAddAreReturnedAndLeaveNothing)
         EXPECT_EQ(TracingStarted(), !c.atEntry);
         if (!c.atEntry) {
             EXPECT_EQ(bed.Add(), STATUS_INSUFFICIENT_RESOURCES);
+            // Device add stops at its first failure: nothing after it is called.
+            const host::FaultPoint order[] = {host::FaultPoint::SensorsCxDeviceInitConfig,
+                                              host::FaultPoint::DeviceCreate,
+                                              host::FaultPoint::SensorsCxDeviceInitialize};
+            bool after = false;
+            for (host::FaultPoint point : order) {
+                if (after) {
+                    EXPECT_EQ(host::FaultInjector::Instance().Calls(point), 0u) << host::FaultPointName(point);
+                }
+                after = after || point == c.point;
+            }
         }
         host::FaultInjector::Instance().Reset();
     }

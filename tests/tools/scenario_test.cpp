@@ -122,7 +122,14 @@ constexpr const char* kDevice =
 
 std::string With(const std::string& rest)
 {
-    return "{" + std::string(kDevice) + (rest.empty() ? "" : "," + rest) + "}";
+    std::string text = "{";
+    text += kDevice;
+    if (!rest.empty()) {
+        text += ',';
+        text += rest;
+    }
+    text += '}';
+    return text;
 }
 
 TEST(ScenarioFile, MalformedFilesNameThePathAndTheReason)

@@ -2,15 +2,10 @@
 
 #include <cmath>
 #include <string>
+#include <utility>
+#include <variant>
 
 #include "host/hidparser/sensor_descriptor.h"
-
-// GCC 12 at -O3 reports the relocation of std::variant steps inside
-// vector::push_back as "may be used uninitialized" (a known false positive of
-// its variant move constructor); nothing here reads an unset value.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
 
 namespace hidsensor {
 
@@ -92,7 +87,7 @@ public:
         CallStep call;
         call.name = name;
         call.sensor = static_cast<std::size_t>(sensor);
-        steps_.push_back(call);
+        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
     }
     void SetInterval(int sensor, std::uint32_t ms)
     {
@@ -100,9 +95,9 @@ public:
         call.name = "SetDataInterval";
         call.sensor = static_cast<std::size_t>(sensor);
         call.ms = ms;
-        steps_.push_back(call);
+        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
     }
-    void Advance(std::uint64_t ms) { steps_.push_back(AdvanceStep{ms}); }
+    void Advance(std::uint64_t ms) { steps_.emplace_back(std::in_place_type<AdvanceStep>, AdvanceStep{ms}); }
 
     // One input report: ID, sensor state (ready), event (data updated), values.
     void Input(std::uint8_t reportId, const std::vector<std::uint32_t>& values, int bytesEach)
@@ -113,7 +108,7 @@ public:
                 report.push_back(static_cast<std::uint8_t>(value >> (8 * b)));
         }
         report.resize(kInputReportLength, 0);
-        steps_.push_back(InputStep{report});
+        steps_.emplace_back(std::in_place_type<InputStep>, InputStep{std::move(report)});
     }
 
 private:

@@ -28,14 +28,20 @@ std::string Quote(const std::string& text)
     return sx::JsonQuote(std::string_view(text));
 }
 
+// A JSON string of text that needs no escaping (hex digits and spaces).
+std::string Quoted(const std::string& text)
+{
+    std::string json;
+    json.reserve(text.size() + 2);
+    json += '"';
+    json += text;
+    json += '"';
+    return json;
+}
+
 std::string Status(NTSTATUS status)
 {
-    // Appended piecewise: "literal" + std::string trips GCC 12's -Wrestrict
-    // false positive at -O3.
-    std::string quoted(1, '"');
-    quoted += sx::FormatStatus(status);
-    quoted += '"';
-    return quoted;
+    return Quoted(sx::FormatStatus(status));
 }
 
 std::vector<std::string> ListLines(const sx::CollectionListCopy& list)
@@ -111,8 +117,8 @@ public:
         host::hidsim::DeviceError deviceError;
         sim_ = host::hidsim::SimulatedHidDevice::Create(scenario_.device, deviceError);
         if (sim_ == nullptr) {
-            error = (deviceError.descriptorOffset ? "device.descriptor" : "device") + std::string(": ") +
-                    deviceError.message;
+            error = deviceError.descriptorOffset ? "device.descriptor: " : "device: ";
+            error += deviceError.message;
             return 2;
         }
 
@@ -192,7 +198,7 @@ private:
             return;
         Event event = Make(host::hidsim::TrafficKindName(traffic.kind));
         event.Add("reportId", std::to_string(traffic.reportId.value_or(0)));
-        event.Add("bytes", "\"" + host::hidsim::FormatHexBytes(traffic.bytes) + "\"");
+        event.Add("bytes", Quoted(host::hidsim::FormatHexBytes(traffic.bytes)));
         event.Add("status", Status(traffic.status));
         printer_.Print(event);
     }
