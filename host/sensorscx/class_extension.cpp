@@ -258,8 +258,11 @@ extern "C" NTSTATUS SensorsCxSensorDataReady(SENSOROBJECT Sensor, PSENSOR_COLLEC
     auto state = ResolveInitializedSensor(Sensor, kFunction, &status);
     if (state == nullptr)
         return status;
-    if (!marshal::CheckCollectionFits(pSensorData, std::string(kFunction) + " on " + state->Name()))
+    // Called for every sample: the violation's text is built only when there is one.
+    if (!marshal::CollectionFits(pSensorData)) {
+        marshal::CheckCollectionFits(pSensorData, std::string(kFunction) + " on " + state->Name());
         return STATUS_INVALID_PARAMETER;
+    }
     auto device = state->Device();
     if (device == nullptr)
         return STATUS_INVALID_DEVICE_STATE;
