@@ -268,9 +268,9 @@ extern "C" NTSTATUS SensorsCxSensorDataReady(SENSOROBJECT Sensor, PSENSOR_COLLEC
         return STATUS_INVALID_DEVICE_STATE;
     std::shared_ptr<Sample> sample;
     try {
-        sample = std::make_shared<Sample>();
-        sample->sensor = Sensor;
-        sample->values = CollectionListCopy::FromList(*pSensorData);
+        // Built with its copy in place: a default Sample would allocate an empty list first.
+        sample = std::make_shared<Sample>(
+            Sample{.sensor = Sensor, .values = CollectionListCopy::FromList(*pSensorData)});
     } catch (const std::bad_alloc&) {
         return STATUS_INSUFFICIENT_RESOURCES;
     }
