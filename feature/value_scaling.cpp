@@ -34,31 +34,6 @@ ULONG Base(LONG logicalMin, ULONG raw, LONG signedValue) noexcept
 }
 }  // namespace
 
-void DecodeUnitExponent(LONG& exponent) noexcept
-{
-    if (exponent < 0 || exponent <= 7)
-        return;
-    exponent = exponent <= 15 ? exponent - 16 : 0;
-}
-
-LONG SignExtendLogical(LONG logicalMin, ULONG bitSize, ULONG raw) noexcept
-{
-    if (logicalMin == 0)
-        return static_cast<LONG>(raw);
-    if (bitSize == 8)
-        return static_cast<LONG>((raw & 0x80u) != 0 ? raw - 0x100u : raw);
-    if (bitSize == 32)
-        return static_cast<LONG>(raw);
-    return static_cast<LONG>((raw & 0x8000u) != 0 ? raw - 0x10000u : raw);
-}
-
-double ScaleToFloat(LONG logicalMin, ULONG raw, LONG signedValue, LONG exponent) noexcept
-{
-    const double factor = static_cast<float>(std::pow(10.0, exponent));
-    const double base = logicalMin == 0 ? static_cast<double>(raw) : static_cast<double>(signedValue);
-    return base * factor;
-}
-
 ULONG ScaleToInteger(LONG logicalMin, ULONG raw, LONG signedValue, LONG exponent) noexcept
 {
     const auto factor = static_cast<ULONG>(

@@ -16,22 +16,55 @@
 // the platform depend on these exact results.
 #pragma once
 
+#include <cmath>
+#include <iterator>
+
 #include "platform/basetypes.h"
 
 class HidSensor;
 
+// The three read helpers below run for every value of every input report, so
+// they are inline: a call would cost about as much as their work.
+
 // HID unit-exponent nibble to a power of ten: 0..7 stay, 8..15 become -8..-1,
 // codes above 15 become 0, negative inputs stay as they are.
-void DecodeUnitExponent(LONG& exponent) noexcept;
+inline void DecodeUnitExponent(LONG& exponent) noexcept
+{
+    if (exponent < 0 || exponent <= 7)
+        return;
+    exponent = exponent <= 15 ? exponent - 16 : 0;
+}
 
 // The raw field bits as a signed value: unchanged when logicalMin is 0; for 8
 // bits bit 7 is the sign, for 32 bits bit 31, for every other width bit 15.
-LONG SignExtendLogical(LONG logicalMin, ULONG bitSize, ULONG raw) noexcept;
+inline LONG SignExtendLogical(LONG logicalMin, ULONG bitSize, ULONG raw) noexcept
+{
+    if (logicalMin == 0)
+        return static_cast<LONG>(raw);
+    if (bitSize == 8)
+        return static_cast<LONG>((raw & 0x80u) != 0 ? raw - 0x100u : raw);
+    if (bitSize == 32)
+        return static_cast<LONG>(raw);
+    return static_cast<LONG>((raw & 0x8000u) != 0 ? raw - 0x10000u : raw);
+}
 
 // (raw if logicalMin is 0, else signedValue) x 10^exponent, where the power is
 // rounded to single precision first. Callers round the result to float when
 // they store it.
-double ScaleToFloat(LONG logicalMin, ULONG raw, LONG signedValue, LONG exponent) noexcept;
+inline double ScaleToFloat(LONG logicalMin, ULONG raw, LONG signedValue, LONG exponent) noexcept
+{
+    // Every decoded exponent lies in -8..7, so the single-precision powers are
+    // a table: the same bits as rounding pow(10.0, exponent) to float (the
+    // tests compare all of them), without a pow per value of every report.
+    static constexpr float kPowersOfTen[] = {1e-8f, 1e-7f, 1e-6f, 1e-5f, 1e-4f, 1e-3f, 1e-2f, 1e-1f,
+                                             1e0f,  1e1f,  1e2f,  1e3f,  1e4f,  1e5f,  1e6f,  1e7f};
+    constexpr LONG kLowestTabled = -8;
+    const ULONG slot = static_cast<ULONG>(exponent) - static_cast<ULONG>(kLowestTabled);  // wraps: no overflow
+    const double factor = slot < std::size(kPowersOfTen) ? kPowersOfTen[slot]
+                                                         : static_cast<float>(std::pow(10.0, exponent));
+    const double base = logicalMin == 0 ? static_cast<double>(raw) : static_cast<double>(signedValue);
+    return base * factor;
+}
 
 // (raw if logicalMin is 0, else signedValue) x trunc(10^exponent), in 32-bit
 // arithmetic that wraps; a negative exponent gives 0. Used for milliseconds.

@@ -258,16 +258,19 @@ extern "C" NTSTATUS SensorsCxSensorDataReady(SENSOROBJECT Sensor, PSENSOR_COLLEC
     auto state = ResolveInitializedSensor(Sensor, kFunction, &status);
     if (state == nullptr)
         return status;
-    if (!marshal::CheckCollectionFits(pSensorData, std::string(kFunction) + " on " + state->Name()))
+    // Called for every sample: the violation's text is built only when there is one.
+    if (!marshal::CollectionFits(pSensorData)) {
+        marshal::CheckCollectionFits(pSensorData, std::string(kFunction) + " on " + state->Name());
         return STATUS_INVALID_PARAMETER;
+    }
     auto device = state->Device();
     if (device == nullptr)
         return STATUS_INVALID_DEVICE_STATE;
     std::shared_ptr<Sample> sample;
     try {
-        sample = std::make_shared<Sample>();
-        sample->sensor = Sensor;
-        sample->values = CollectionListCopy::FromList(*pSensorData);
+        // Built with its copy in place: a default Sample would allocate an empty list first.
+        sample = std::make_shared<Sample>(
+            Sample{.sensor = Sensor, .values = CollectionListCopy::FromList(*pSensorData)});
     } catch (const std::bad_alloc&) {
         return STATUS_INSUFFICIENT_RESOURCES;
     }

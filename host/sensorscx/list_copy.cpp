@@ -88,7 +88,7 @@ CollectionListCopy CollectionListCopy::FromEntries(const SENSOR_VALUE_PAIR* entr
     const std::uint64_t size = marshal::MarshalledSize(entries, count);
     if (size > std::numeric_limits<ULONG>::max())
         throw std::bad_alloc();
-    CollectionListCopy copy;
+    CollectionListCopy copy{Unallocated{}};  // one allocation per copy: every sample makes one
     copy.Allocate(static_cast<ULONG>(size));
     marshal::MarshalInto(reinterpret_cast<SENSOR_COLLECTION_LIST*>(copy.storage_.get()), entries, count);
     return copy;

@@ -59,6 +59,8 @@ public:
     const PROPVARIANT* Find(const PROPERTYKEY& key) const;
 
 private:
+    struct Unallocated {};
+    explicit CollectionListCopy(Unallocated) noexcept {}
     void Allocate(ULONG bytes);
 
     std::unique_ptr<std::byte[]> storage_;

@@ -1,5 +1,6 @@
 #include "host/sensorscx/list_marshal.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -22,15 +23,16 @@ bool InRun(const PROPVARIANT& value, Run run)
 
 }  // namespace
 
+// One switch on the type: every sample's copy asks this of each entry.
 std::uint64_t PayloadBytes(const PROPVARIANT& value)
 {
-    if (InRun(value, Run::Clsid))
-        return sizeof(CLSID);
-    if (InRun(value, Run::String))
-        return (std::char_traits<char16_t>::length(value.pwszVal) + 1) * sizeof(WCHAR);
-    if (InRun(value, Run::Blob))
-        return value.blob.cbSize;
-    return 0;
+    switch (value.vt) {
+    case VT_CLSID: return InRun(value, Run::Clsid) ? sizeof(CLSID) : 0;
+    case VT_LPWSTR:
+        return InRun(value, Run::String) ? (std::char_traits<char16_t>::length(value.pwszVal) + 1) * sizeof(WCHAR) : 0;
+    case VT_BLOB: return InRun(value, Run::Blob) ? value.blob.cbSize : 0;
+    default: return 0;
+    }
 }
 
 std::uint64_t MarshalledSize(const SENSOR_VALUE_PAIR* entries, ULONG count)
@@ -47,6 +49,13 @@ void MarshalInto(SENSOR_COLLECTION_LIST* out, const SENSOR_VALUE_PAIR* entries, 
     if (count == 0)
         return;
     std::memcpy(out->List, entries, static_cast<std::size_t>(kEntryBytes) * count);
+    // A list of scalars (every sample of numbers) has no payload to place.
+    const auto pointsOut = [](const SENSOR_VALUE_PAIR& entry) {
+        const PROPVARIANT& value = entry.Value;
+        return InRun(value, Run::Clsid) || InRun(value, Run::String) || InRun(value, Run::Blob);
+    };
+    if (std::none_of(entries, entries + count, pointsOut))
+        return;
     auto* payload = reinterpret_cast<std::byte*>(out) + EntriesBytes(count);
     for (Run run : {Run::Clsid, Run::String, Run::Blob}) {
         for (ULONG i = 0; i < count; ++i) {

@@ -35,6 +35,13 @@ std::uint64_t MarshalledSize(const SENSOR_VALUE_PAIR* entries, ULONG count);
 // they point to. AllocatedSizeInBytes is left as it is.
 void MarshalInto(SENSOR_COLLECTION_LIST* out, const SENSOR_VALUE_PAIR* entries, ULONG count);
 
+// True when the list is there and Count entries fit in AllocatedSizeInBytes;
+// reports nothing, for paths that build a report's text only on failure.
+inline bool CollectionFits(const SENSOR_COLLECTION_LIST* list)
+{
+    return list != nullptr && EntriesBytes(list->Count) <= list->AllocatedSizeInBytes;
+}
+
 // True when Count entries fit in AllocatedSizeInBytes; otherwise reports a
 // ListCountExceedsSize violation naming `who` and gives false. A null list
 // gives false and a NullArgument violation.
