@@ -120,6 +120,37 @@ void WritePerType(JsonWriter& json, const std::array<std::vector<Cap>, 3>& perTy
     json.EndObject();
 }
 
+// The layout of each report: offsets count the report ID byte (bit 0 of byte 0),
+// usages are listed one by one, ranges expanded.
+void WriteReports(JsonWriter& json, const std::vector<ReportLayout>& reports)
+{
+    json.BeginArray();
+    for (const ReportLayout& report : reports) {
+        json.BeginObject()
+            .Key("type")
+            .String(kReportTypeNames[report.type])
+            .Field("reportId", report.reportId)
+            .Field("byteLength", report.byteLength);
+        json.Key("fields").BeginArray();
+        for (const LayoutField& field : report.fields) {
+            json.BeginObject()
+                .Field("bitOffset", field.bitOffset)
+                .Field("bitSize", field.bitSize)
+                .Field("reportCount", field.reportCount)
+                .Field("constant", field.Constant())
+                .Field("usagePage", field.usagePage);
+            json.Key("usages").BeginArray();
+            for (const UsageSpan& span : field.usages) {
+                for (std::uint32_t usage = span.first & 0xFFFF; usage <= (span.last & 0xFFFF); ++usage)
+                    json.Int(usage);
+            }
+            json.EndArray().EndObject();
+        }
+        json.EndArray().EndObject();
+    }
+    json.EndArray();
+}
+
 }  // namespace
 
 std::string CapsToJson(const std::vector<NumberedCollection>& collections, bool pretty)
@@ -140,6 +171,8 @@ std::string CapsToJson(const std::vector<NumberedCollection>& collections, bool 
         WritePerType(json, c.valueCaps, WriteValueCap);
         json.Key("buttonCaps");
         WritePerType(json, c.buttonCaps, WriteButtonCap);
+        json.Key("reports");
+        WriteReports(json, collection.reports);
         json.EndObject();
     }
     json.EndArray().EndObject();
