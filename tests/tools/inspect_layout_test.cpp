@@ -225,7 +225,7 @@ TEST(Inspect, TextDecodesValuesAsTheAuthorMeantThem)
 {
     std::string out, err;
     ASSERT_EQ(Inspect({std::string(TEST_DATA_DIR) + "/hutrr39-accel3.hex"}, out, err), 0) << err;
-    EXPECT_NE(out.find("Feature report 0: 15 bytes"), std::string::npos) << out;
+    EXPECT_NE(out.find("Feature report (no report ID): 15 bytes"), std::string::npos) << out;
     EXPECT_NE(out.find("     5.0    32 x 1      Report Interval (Data,Var,Abs)"), std::string::npos) << out;
     EXPECT_NE(out.find("logical 0..4294967295 (stored maximum -1)"), std::string::npos) << out;
     EXPECT_NE(out.find("Reporting State: Report No Events, Report All Events,"), std::string::npos) << out;
@@ -386,6 +386,15 @@ TEST(Inspect, CapturesOfSeveralDevicesShowEachOrThePickedOne)
         << out;
     EXPECT_NE(out.find("Device 2: N: Sensor Hub C  I: 18 04f3 0c00\nCollection 0"), std::string::npos) << out;
     EXPECT_NE(err.find("device 1: byte offset"), std::string::npos) << err;
+
+    EXPECT_EQ(Inspect({"--json", path}, out, err), 2);
+    const nlohmann::json json = nlohmann::json::parse(out);
+    ASSERT_EQ(json.at("devices").size(), 3u);
+    EXPECT_EQ(json["devices"][0]["name"], "Sensor Hub A");
+    EXPECT_EQ(json["devices"][0]["ids"], "3 1234 5678");
+    EXPECT_EQ(json["devices"][0]["collections"][0]["caps"]["UsagePage"], 0x20);
+    EXPECT_TRUE(json["devices"][1]["collections"].is_null());
+    EXPECT_EQ(json["devices"][2]["device"], 2);
 
     ASSERT_EQ(Inspect({"--device", "2", path}, out, err), 0) << err;
     EXPECT_EQ(out.find("Device "), std::string::npos);

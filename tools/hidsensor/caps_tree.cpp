@@ -85,6 +85,7 @@ std::vector<std::string> DecodedValues(const LayoutField& field)
     std::string logical = "logical " + std::to_string(field.logicalMin) + ".." + std::to_string(field.logicalMax);
     if (field.logicalMaxReinterpreted) logical += " (stored maximum " + std::to_string(field.storedLogicalMax) + ")";
     parts.push_back(std::move(logical));
+    if (!field.Variable()) return parts;  // an array holds usage indices: no scale applies
     if (field.hasPhysical)
         parts.push_back(" physical " + std::to_string(field.physicalMin) + ".." + std::to_string(field.physicalMax));
     if (field.unit != 0) parts.push_back(" unit " + UnitName(field.unit));
@@ -127,7 +128,8 @@ void PrintNode(std::string& out, const std::vector<HIDP_LINK_COLLECTION_NODE>& n
 void PrintReport(std::string& out, const ReportLayout& report)
 {
     static constexpr const char* kTitles[] = {"Input", "Output", "Feature"};
-    out += std::string("  ") + kTitles[report.type] + " report " + std::to_string(report.reportId) + ": " +
+    out += std::string("  ") + kTitles[report.type] + " report " +
+           (report.reportId == 0 ? std::string("(no report ID)") : std::to_string(report.reportId)) + ": " +
            std::to_string(report.byteLength) + (report.byteLength == 1 ? " byte\n" : " bytes\n");
     out += "    byte.bit  bits x count  usages (flags)\n";
     for (const LayoutField& field : report.fields)

@@ -5,6 +5,7 @@
 #include "tools/hidsensor/caps_printer.h"
 #include "tools/hidsensor/descriptor_input.h"
 #include "tools/hidsensor/item_listing.h"
+#include "tools/hidsensor/json_writer.h"
 #include "tools/hidsensor/report_layout.h"
 
 namespace hidsensor {
@@ -26,6 +27,14 @@ std::size_t TrailingZeroStart(const std::vector<std::uint8_t>& descriptor)
         if (descriptor[i] != 0) return descriptor.size();
     }
     return afterLastEnd;
+}
+
+// The "collections" array of one device's document, as its own JSON text.
+std::string CollectionsOfJson(const std::string& document)
+{
+    const std::size_t begin = document.find('[');
+    const std::size_t end = document.rfind(']');
+    return begin == std::string::npos || end == std::string::npos ? "[]" : document.substr(begin, end - begin + 1);
 }
 
 }  // namespace
@@ -98,22 +107,43 @@ int InspectFile(const std::string& path, const InspectOptions& options, std::str
     }
     if (descriptors.size() == 1) return InspectDescriptor(descriptors[0].bytes, options, shownPath, out, err);
 
-    // Several devices: each under a header naming it, in --json one document a device.
-    int status = 0;
-    for (std::size_t i = 0; i < descriptors.size(); ++i) {
-        if (options.device >= 0 && static_cast<std::size_t>(options.device) != i) continue;
-        const InputDescriptor& device = descriptors[i];
-        if (options.device < 0 && !options.json) {
-            if (!out.empty()) out += "\n";
-            out += "Device " + std::to_string(i) + ":";
-            if (!device.name.empty()) out += " N: " + PrintablePath(device.name);
-            if (!device.ids.empty()) out += "  I: " + PrintablePath(device.ids);
-            out += "\n";
-        }
-        const int result =
-            InspectDescriptor(device.bytes, options, shownPath + " device " + std::to_string(i), out, err);
-        if (result != 0) status = result;
+    if (options.device >= 0) {
+        const auto picked = static_cast<std::size_t>(options.device);
+        return InspectDescriptor(descriptors[picked].bytes, options, shownPath + " device " + std::to_string(picked),
+                                 out, err);
     }
+
+    // Every device in turn: in text under a header naming it; in JSON one
+    // document {"devices": [{"device", "name", "ids", "collections"}, ...]}
+    // ("collections" null for a device whose descriptor does not parse).
+    int status = 0;
+    JsonWriter json(true);
+    json.BeginObject().Key("devices").BeginArray();
+    for (std::size_t i = 0; i < descriptors.size(); ++i) {
+        const InputDescriptor& device = descriptors[i];
+        std::string text;
+        const int result =
+            InspectDescriptor(device.bytes, options, shownPath + " device " + std::to_string(i), text, err);
+        if (result != 0) status = result;
+        if (options.json) {
+            json.BeginObject().Field("device", i).Key("name").String(device.name).Key("ids").String(device.ids);
+            json.Key("collections");
+            if (result == 0 && !options.items) {
+                json.Raw(CollectionsOfJson(text));
+            } else {
+                json.Raw("null");
+            }
+            json.EndObject();
+            continue;
+        }
+        if (!out.empty()) out += "\n";
+        out += "Device " + std::to_string(i) + ":";
+        if (!device.name.empty()) out += " N: " + PrintablePath(device.name);
+        if (!device.ids.empty()) out += "  I: " + PrintablePath(device.ids);
+        out += "\n" + text;
+    }
+    json.EndArray().EndObject();
+    if (options.json) out += json.Text() + "\n";
     return status;
 }
 
