@@ -408,3 +408,28 @@ TEST(Inspect, CapturesOfSeveralDevicesShowEachOrThePickedOne)
 
 }  // namespace
 }  // namespace hidsensor
+
+namespace hidsensor {
+namespace {
+
+TEST(Inspect, JsonReportsListPaddingAndOnlyTheUsagesThatTakeElements)
+{
+    // Report 1: a 4-bit value, 4 bits of padding, then one 8-bit element of a
+    // variable field that names the range Custom Value 1..28.
+    const std::string path = WriteTemp("json_reports.hex",
+                                       "05 20 09 01 A1 01 85 01 0A 44 05 15 00 25 0F 75 04 95 01 81 02 81 03 "
+                                       "75 08 1A 44 05 2A 5F 05 81 02 C0");
+    std::string out, err;
+    ASSERT_EQ(Inspect({"--json", path}, out, err), 0) << err;
+    const nlohmann::json reports = nlohmann::json::parse(out)["collections"][0]["reports"];
+    const nlohmann::json expected = nlohmann::json::parse(R"([{"type": "input", "reportId": 1, "byteLength": 3,
+        "fields": [
+          {"bitOffset": 8, "bitSize": 4, "reportCount": 1, "constant": false, "usagePage": 32, "usages": [1348]},
+          {"bitOffset": 12, "bitSize": 4, "reportCount": 1, "constant": true, "usagePage": 32, "usages": []},
+          {"bitOffset": 16, "bitSize": 8, "reportCount": 1, "constant": false, "usagePage": 32, "usages": [1348]}
+        ]}])");
+    EXPECT_EQ(reports, expected) << reports.dump(2);
+}
+
+}  // namespace
+}  // namespace hidsensor

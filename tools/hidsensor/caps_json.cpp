@@ -1,3 +1,5 @@
+#include <cstdint>
+
 #include "tools/hidsensor/caps_printer.h"
 #include "tools/hidsensor/json_writer.h"
 
@@ -121,7 +123,8 @@ void WritePerType(JsonWriter& json, const std::array<std::vector<Cap>, 3>& perTy
 }
 
 // The layout of each report: offsets count the report ID byte (bit 0 of byte 0),
-// usages are listed one by one, ranges expanded.
+// usages are listed one by one, ranges expanded (in a variable field only
+// those that take an element, in order).
 void WriteReports(JsonWriter& json, const std::vector<ReportLayout>& reports)
 {
     json.BeginArray();
@@ -139,10 +142,14 @@ void WriteReports(JsonWriter& json, const std::vector<ReportLayout>& reports)
                 .Field("reportCount", field.reportCount)
                 .Field("constant", field.Constant())
                 .Field("usagePage", field.usagePage);
+            // A variable field's usages past its Report Count take no element.
+            std::uint64_t left = field.Variable() ? field.reportCount : UINT64_MAX;
             json.Key("usages").BeginArray();
             for (const UsageSpan& span : field.usages) {
-                for (std::uint32_t usage = span.first & 0xFFFF; usage <= (span.last & 0xFFFF); ++usage)
+                for (std::uint32_t usage = span.first & 0xFFFF; usage <= (span.last & 0xFFFF) && left > 0; ++usage) {
                     json.Int(usage);
+                    --left;
+                }
             }
             json.EndArray().EndObject();
         }
