@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -429,6 +430,46 @@ TEST(Inspect, JsonReportsListPaddingAndOnlyTheUsagesThatTakeElements)
           {"bitOffset": 16, "bitSize": 8, "reportCount": 1, "constant": false, "usagePage": 32, "usages": [1348]}
         ]}])");
     EXPECT_EQ(reports, expected) << reports.dump(2);
+}
+
+}  // namespace
+}  // namespace hidsensor
+
+namespace hidsensor {
+namespace {
+
+std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Every output on every real descriptor, byte for byte
+// (scripts/update-inspect-goldens.sh rewrites them; read the diff).
+TEST(Inspect, EveryOutputMatchesItsGoldenOnTheRealDescriptors)
+{
+    const std::filesystem::path goldens = std::filesystem::path(INSPECT_GOLDEN_DIR);
+    std::size_t jsonChecked = 0;
+    for (const std::string& path : DataFiles()) {
+        const std::string name = std::filesystem::path(path).stem().string();
+        const struct {
+            const char* option;
+            const char* extension;
+        } outputs[] = {{nullptr, ".txt"}, {"--items", ".items"}, {"--json", ".json"}};
+        for (const auto& output : outputs) {
+            const auto golden = goldens / (name + output.extension);
+            if (std::string(output.extension) == ".json" && !std::filesystem::exists(golden)) continue;
+            ASSERT_TRUE(std::filesystem::exists(golden)) << golden << ": run scripts/update-inspect-goldens.sh";
+            std::vector<std::string> args;
+            if (output.option != nullptr) args.push_back(output.option);
+            args.push_back(path);
+            std::string out, err;
+            ASSERT_EQ(Inspect(args, out, err), 0) << path << err;
+            EXPECT_EQ(out, ReadFile(golden)) << golden;
+            if (std::string(output.extension) == ".json") ++jsonChecked;
+        }
+    }
+    EXPECT_GE(jsonChecked, 4u);
 }
 
 }  // namespace

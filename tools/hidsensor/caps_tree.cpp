@@ -98,7 +98,10 @@ void PrintField(std::string& out, const LayoutField& field, std::size_t type)
     char head[64];
     std::snprintf(head, sizeof head, "    %6u.%u  %4u x %-5u  ", field.bitOffset / 8, field.bitOffset % 8,
                   field.bitSize, field.reportCount);
-    std::vector<std::string> words = field.usages.empty() ? std::vector<std::string>{"(padding)"} : UsageWords(field);
+    // Bits without usages are padding when constant; a data field without usages gives no control.
+    std::vector<std::string> words = !field.usages.empty() ? UsageWords(field)
+                                     : field.Constant()    ? std::vector<std::string>{"(padding)"}
+                                                           : std::vector<std::string>{"(no usage)"};
     words.push_back("(" + MainItemFlags(field.flags, type != 0) + ")");
     AppendWrapped(out, head, words, kFieldIndent);
     if (!field.usages.empty()) AppendWrapped(out, std::string(kFieldIndent, ' '), DecodedValues(field), kFieldIndent - 1);

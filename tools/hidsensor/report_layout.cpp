@@ -25,6 +25,7 @@ struct Globals {
     Item logicalMaxItem{};
     std::int32_t physicalMin = 0;
     std::int32_t physicalMax = 0;
+    Item physicalMaxItem{};
     std::uint32_t unitExponentCode = 0;
     std::uint32_t unit = 0;
     std::size_t unitOffset = 0;
@@ -107,7 +108,10 @@ private:
         case 1: globals_.logicalMin = item.Signed(); break;
         case 2: globals_.logicalMaxItem = item; break;
         case 3: globals_.physicalMin = item.Signed(); break;
-        case 4: globals_.physicalMax = item.Signed(); break;
+        case 4:
+            globals_.physicalMax = item.Signed();
+            globals_.physicalMaxItem = item;
+            break;
         case 5: globals_.unitExponentCode = item.data & 0x0F; break;
         case 6:
             globals_.unit = item.data;
@@ -220,6 +224,8 @@ private:
         field.hasPhysical = globals_.physicalMin != 0 || globals_.physicalMax != 0;
         field.physicalMin = globals_.physicalMin;
         field.physicalMax = globals_.physicalMax;
+        // Read as the logical maximum is: 45 FF over a minimum of 0 means 255.
+        if (field.physicalMax < 0 && field.physicalMin >= 0) field.physicalMax = globals_.physicalMaxItem.data;
         field.unit = globals_.unit;
         field.unitExponentCode = globals_.unitExponentCode;
 

@@ -36,7 +36,7 @@ struct LayoutField {
     // minimum and was taken unsigned (15 00 26 FF FF: 0..65535, stored -1).
     bool logicalMaxReinterpreted = false;
     std::int32_t storedLogicalMax = 0;
-    bool hasPhysical = false;  // a physical extent other than 0..0
+    bool hasPhysical = false;  // a physical extent other than 0..0 (read as the logical one)
     std::int64_t physicalMin = 0;
     std::int64_t physicalMax = 0;
     std::uint32_t unit = 0;
