@@ -34,25 +34,27 @@ struct Globals {
     std::uint8_t reportId = 0;
 };
 
+// A usage as declared: a 4-byte one carries its page, a shorter one takes
+// the Usage Page in force at its main item.
+struct DeclaredUsages {
+    std::uint32_t first;
+    std::uint32_t last;
+    bool hasPage;
+};
+
 struct Locals {
-    std::vector<UsageSpan> usages;  // page 0xFFFF'0000 marks "page at the main item"
+    std::vector<DeclaredUsages> usages;
     bool haveMin = false;
     Item usageMin{};
     int delimiterDepth = 0;
     std::size_t usagesInSet = 0;
 };
 
-constexpr std::uint32_t kPagePending = 0xFFFFFFFF;
-
-std::uint32_t Extended(const Item& item)
+UsageSpan Resolve(const DeclaredUsages& usages, std::uint16_t page)
 {
-    // A 4-byte usage carries its page; a shorter one takes the page in force at the main item.
-    return item.size == 4 ? item.data : (kPagePending & 0xFFFF0000u) | (item.data & 0xFFFF);
-}
-
-std::uint32_t Resolve(std::uint32_t usage, std::uint16_t page)
-{
-    return (usage >> 16) == 0xFFFF ? (std::uint32_t{page} << 16) | (usage & 0xFFFF) : usage;
+    if (usages.hasPage) return {usages.first, usages.last};
+    const std::uint32_t high = std::uint32_t{page} << 16;
+    return {high | (usages.first & 0xFFFF), high | (usages.last & 0xFFFF)};
 }
 
 // Fields whose value is a state, a selector or a text: no unit can apply.
@@ -138,7 +140,7 @@ private:
         switch (item.tag) {
         case 0:
             if (locals_.delimiterDepth > 0 && locals_.usagesInSet++ > 0) break;  // an alternative usage
-            if (locals_.usages.size() < kMaxUsages) locals_.usages.push_back({Extended(item), Extended(item)});
+            if (locals_.usages.size() < kMaxUsages) locals_.usages.push_back({item.data, item.data, item.size == 4});
             break;
         case 1:
             locals_.haveMin = true;
@@ -146,11 +148,11 @@ private:
             break;
         case 2:
             if (locals_.haveMin && locals_.usages.size() < kMaxUsages) {
-                const std::uint32_t first = Extended(locals_.usageMin);
-                std::uint32_t last = Extended(item);
+                const Item& minimum = locals_.usageMin;
                 // The maximum of a range takes the page of its minimum.
-                last = (first & 0xFFFF0000u) | (last & 0xFFFF);
-                if ((first & 0xFFFF) <= (last & 0xFFFF)) locals_.usages.push_back({first, last});
+                const std::uint32_t last = (minimum.data & 0xFFFF0000u) | (item.data & 0xFFFF);
+                if ((minimum.data & 0xFFFF) <= (last & 0xFFFF))
+                    locals_.usages.push_back({minimum.data, last, minimum.size == 4});
             }
             locals_.haveMin = false;
             break;
@@ -190,7 +192,7 @@ private:
                 Warn(item.offset, "top-level collection " + std::to_string(topLevel_ - 1) + " is a " +
                                       CollectionTypeName(item.data) + " collection, not an Application collection");
         }
-        if (!locals_.usages.empty() && (locals_.usages.front().first >> 16) == 0xFFFF && !globals_.usagePageSet)
+        if (!locals_.usages.empty() && !locals_.usages.front().hasPage && !globals_.usagePageSet)
             Warn(item.offset, "Collection has a usage but no Usage Page was given");
         ++depth_;
     }
@@ -209,8 +211,7 @@ private:
         field.bitSize = globals_.reportSize;
         field.reportCount = globals_.reportCount;
         field.flags = item.data;
-        for (const UsageSpan& span : locals_.usages)
-            field.usages.push_back({Resolve(span.first, globals_.usagePage), Resolve(span.last, globals_.usagePage)});
+        for (const DeclaredUsages& usages : locals_.usages) field.usages.push_back(Resolve(usages, globals_.usagePage));
         field.usagePage = field.usages.empty() ? globals_.usagePage : static_cast<std::uint16_t>(field.usages[0].first >> 16);
 
         const Item& maxItem = globals_.logicalMaxItem;
@@ -230,7 +231,7 @@ private:
         field.unitExponentCode = globals_.unitExponentCode;
 
         const bool data = !field.Constant();
-        if (data && !field.usages.empty() && (locals_.usages.front().first >> 16) == 0xFFFF && !globals_.usagePageSet)
+        if (data && !field.usages.empty() && !locals_.usages.front().hasPage && !globals_.usagePageSet)
             Warn(item.offset, std::string(kTypeNames[type]) + " item has usages but no Usage Page was given");
         if (data && field.logicalMin > field.logicalMax)
             Warn(item.offset, "Logical Minimum " + std::to_string(field.logicalMin) + " is above Logical Maximum " +
