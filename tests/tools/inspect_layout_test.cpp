@@ -474,3 +474,28 @@ TEST(Inspect, EveryOutputMatchesItsGoldenOnTheRealDescriptors)
 
 }  // namespace
 }  // namespace hidsensor
+
+namespace hidsensor {
+namespace {
+
+TEST(ReportLayout, UsagesTakeTheirOwnPageOrTheOneInForce)
+{
+    // Usage Page 0xFFFF, then a 4-byte usage naming Sensors:Custom Value 1,
+    // then a short usage on page 0xFFFF.
+    const std::vector<std::uint8_t> descriptor = {0x06, 0xFF, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x0B, 0x44, 0x05,
+                                                  0x20, 0x00, 0x15, 0x00, 0x25, 0x7F, 0x75, 0x08, 0x95, 0x01,
+                                                  0x81, 0x02, 0x09, 0x02, 0x81, 0x02, 0xC0};
+    const DescriptorLayout layout = ReadDescriptorLayout(descriptor);
+    ASSERT_EQ(layout.collections.size(), 1u);
+    ASSERT_EQ(layout.collections[0].size(), 1u);
+    const std::vector<LayoutField>& fields = layout.collections[0][0].fields;
+    ASSERT_EQ(fields.size(), 2u);
+    EXPECT_EQ(fields[0].usagePage, 0x20);
+    EXPECT_EQ(fields[0].usages[0].first, 0x00200544u);
+    EXPECT_EQ(fields[1].usagePage, 0xFFFF);
+    EXPECT_EQ(fields[1].usages[0].first, 0xFFFF0002u);
+    EXPECT_TRUE(layout.warnings.empty());
+}
+
+}  // namespace
+}  // namespace hidsensor
