@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, only those that are missing.
+# With --tool: only what building the hidsensor tool needs (no tests,
+# benchmarks or sanitizer toolchain).
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev)
+packages=(cmake ninja-build g++ nlohmann-json3-dev libcli11-dev)
+if [ "${1:-}" != "--tool" ]; then
+  packages+=(clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,3 +1,5 @@
+#include <cstdint>
+
 #include "tools/hidsensor/caps_printer.h"
 #include "tools/hidsensor/json_writer.h"
 
@@ -120,6 +122,42 @@ void WritePerType(JsonWriter& json, const std::array<std::vector<Cap>, 3>& perTy
     json.EndObject();
 }
 
+// The layout of each report: offsets count the report ID byte (bit 0 of byte 0),
+// usages are listed one by one, ranges expanded (in a variable field only
+// those that take an element, in order).
+void WriteReports(JsonWriter& json, const std::vector<ReportLayout>& reports)
+{
+    json.BeginArray();
+    for (const ReportLayout& report : reports) {
+        json.BeginObject()
+            .Key("type")
+            .String(kReportTypeNames[report.type])
+            .Field("reportId", report.reportId)
+            .Field("byteLength", report.byteLength);
+        json.Key("fields").BeginArray();
+        for (const LayoutField& field : report.fields) {
+            json.BeginObject()
+                .Field("bitOffset", field.bitOffset)
+                .Field("bitSize", field.bitSize)
+                .Field("reportCount", field.reportCount)
+                .Field("constant", field.Constant())
+                .Field("usagePage", field.usagePage);
+            // A variable field's usages past its Report Count take no element.
+            std::uint64_t left = field.Variable() ? field.reportCount : UINT64_MAX;
+            json.Key("usages").BeginArray();
+            for (const UsageSpan& span : field.usages) {
+                for (std::uint32_t usage = span.first & 0xFFFF; usage <= (span.last & 0xFFFF) && left > 0; ++usage) {
+                    json.Int(usage);
+                    --left;
+                }
+            }
+            json.EndArray().EndObject();
+        }
+        json.EndArray().EndObject();
+    }
+    json.EndArray();
+}
+
 }  // namespace
 
 std::string CapsToJson(const std::vector<NumberedCollection>& collections, bool pretty)
@@ -140,6 +178,8 @@ std::string CapsToJson(const std::vector<NumberedCollection>& collections, bool 
         WritePerType(json, c.valueCaps, WriteValueCap);
         json.Key("buttonCaps");
         WritePerType(json, c.buttonCaps, WriteButtonCap);
+        json.Key("reports");
+        WriteReports(json, collection.reports);
         json.EndObject();
     }
     json.EndArray().EndObject();

@@ -52,16 +52,30 @@ int RunCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
     InspectOptions inspect;
     std::string inspectPath;
     CLI::App* inspectCommand = app.add_subcommand(
-        "inspect", "Print the HID parser's view of every top-level collection of a report descriptor.");
-    inspectCommand->add_flag("--json", inspect.json, "print JSON instead of a tree");
-    inspectCommand->add_flag("--binary", inspect.binary, "FILE holds raw descriptor bytes (e.g. from sysfs)");
-    inspectCommand->add_option("--collection", inspect.collection, "only top-level collection N (from 0)")
+        "inspect",
+        "Show a report descriptor as a HID engineer reads it: per top-level collection its link collections, "
+        "then every report with its length in bytes (report ID byte included) and one line per field: "
+        "byte.bit offset in the report (byte 0 is the report ID), bits x count, usages and main-item flags, "
+        "then the logical range and, where the descriptor gives them, physical range, unit and exponent. "
+        "Warnings about doubtful items go to standard error.");
+    inspectCommand->add_flag("--json", inspect.json, "print JSON instead of text");
+    inspectCommand->add_flag("--items", inspect.items,
+                             "list the descriptor item by item: byte offset, raw bytes, decoded item");
+    inspectCommand->add_flag("--binary", inspect.binary,
+                             "FILE holds raw descriptor bytes (detected without it when FILE starts with one)");
+    inspectCommand
+        ->add_option("--collection", inspect.collection, "only top-level collection N (counted from 0)")
+        ->check(CLI::Range(0L, 65535L))
+        ->type_name("N");
+    inspectCommand
+        ->add_option("--device", inspect.device,
+                     "only device N (counted from 0) of a capture of several devices")
         ->check(CLI::Range(0L, 65535L))
         ->type_name("N");
     inspectCommand
         ->add_option("FILE", inspectPath,
-                     "hex text (white space, commas and 0x prefixes allowed), a hid-recorder capture, "
-                     "or '-' for standard input")
+                     "hex text (white space, commas, 0x prefixes, # and // comments, a C array), a hid-recorder "
+                     "capture, usbhid-dump output, raw bytes, or '-' for standard input")
         ->required();
 
     bool human = false;

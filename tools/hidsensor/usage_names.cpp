@@ -1,120 +1,112 @@
 #include "tools/hidsensor/usage_names.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
+
+#include "tools/hidsensor/usage_tables.h"
 
 namespace hidsensor {
 namespace {
 
+constexpr USAGE kKeyboardPage = 0x07;
+constexpr USAGE kButtonPage = 0x09;
 constexpr USAGE kSensorPage = 0x20;
 
-struct Named {
-    USAGE usage;
-    const char* name;
-};
-
-constexpr Named kSensorUsages[] = {
-    {0x0001, "Sensor"},
-    {0x0073, "Motion: Accelerometer 3D"},
-    {0x0076, "Motion: Gyrometer 3D"},
-    {0x0083, "Orientation: Compass 3D"},
-    {0x0086, "Orientation: Inclinometer 3D"},
-    {0x008A, "Orientation: Device Orientation"},
-    {0x0041, "Light: Ambient Light"},
-    {0x0011, "Biometric: Human Presence"},
-    {0x00E1, "Other: Custom"},
-    {0x0201, "Sensor State"},
-    {0x0202, "Sensor Event"},
-    {0x0301, "Friendly Name"},
-    {0x0302, "Persistent Unique ID"},
-    {0x0303, "Sensor Status"},
-    {0x0304, "Minimum Report Interval"},
-    {0x0305, "Sensor Manufacturer"},
-    {0x0306, "Sensor Model"},
-    {0x0307, "Sensor Serial Number"},
-    {0x0308, "Sensor Description"},
-    {0x0309, "Sensor Connection Type"},
-    {0x030A, "Sensor Device Path"},
-    {0x030E, "Report Interval"},
-    {0x030F, "Change Sensitivity Absolute"},
-    {0x0316, "Reporting State"},
-    {0x0319, "Power State"},
-    {0x031B, "Report Latency"},
-    {0x0541, "Custom Usage"},
-    {0x0542, "Custom Boolean Array"},
-    {0x0543, "Custom Value"},
-};
-
-const char* ModifierName(unsigned modifier)
+const char* Find(std::span<const UsageEntry> table, USAGE usage)
 {
-    switch (modifier) {
-    case 0x1: return "change sensitivity absolute";
-    case 0x2: return "maximum";
-    case 0x3: return "minimum";
-    case 0x4: return "accuracy";
-    case 0x5: return "resolution";
-    case 0x6: return "threshold high";
-    case 0x7: return "threshold low";
-    case 0x8: return "calibration offset";
-    case 0x9: return "calibration multiplier";
-    case 0xA: return "report interval";
-    case 0xB: return "frequency max";
-    case 0xC: return "period max";
-    case 0xD: return "change sensitivity range percent";
-    case 0xE: return "change sensitivity relative percent";
-    default: return nullptr;
-    }
+    const auto it = std::lower_bound(table.begin(), table.end(), usage,
+                                     [](const UsageEntry& entry, USAGE value) { return entry.usage < value; });
+    return it != table.end() && it->usage == usage ? it->name : nullptr;
 }
 
-std::string BaseSensorUsageName(USAGE base)
+std::string Hex(unsigned value, int digits)
 {
-    if (base >= 0x0544 && base <= 0x055F)
-        return "Custom Value " + std::to_string(base - 0x0543);
-    if (base >= 0x0800 && base <= 0x08FF) {
-        char text[32];
-        std::snprintf(text, sizeof text, "Selector 0x%03X", base);
-        return text;
-    }
-    for (const Named& named : kSensorUsages) {
-        if (named.usage == base)
-            return named.name;
-    }
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%0*X", digits, value);
+    return text;
+}
+
+std::string KeyboardPatternName(USAGE usage)
+{
+    if (usage >= 0x04 && usage <= 0x1D)
+        return std::string("Keyboard ") + static_cast<char>('a' + (usage - 0x04));
+    if (usage >= 0x1E && usage <= 0x27)
+        return std::string("Keyboard ") + static_cast<char>(usage == 0x27 ? '0' : '1' + (usage - 0x1E));
+    if (usage >= 0x3A && usage <= 0x45) return "Keyboard F" + std::to_string(usage - 0x3A + 1);
+    if (usage >= 0x68 && usage <= 0x73) return "Keyboard F" + std::to_string(usage - 0x68 + 13);
     return {};
+}
+
+std::string SensorBaseName(USAGE base)
+{
+    // Custom Value 1..28 follow Custom Value.
+    if (base >= 0x0544 && base <= 0x055F) return "Custom Value " + std::to_string(base - 0x0543);
+    const char* name = Find(UsageTable(kSensorPage), base);
+    return name != nullptr ? name : "";
+}
+
+// The sensor modifiers of the upper nibble, as they read after a data field.
+const char* ModifierName(unsigned modifier)
+{
+    static constexpr const char* kNames[] = {
+        nullptr, "Change Sensitivity Absolute", "Maximum", "Minimum", "Accuracy", "Resolution",
+        "Threshold High", "Threshold Low", "Calibration Offset", "Calibration Multiplier", "Report Interval",
+        "Frequency Max", "Period Max", "Change Sensitivity Range Percent", "Change Sensitivity Relative Percent"};
+    return modifier < std::size(kNames) ? kNames[modifier] : nullptr;
+}
+
+std::string SensorUsageName(USAGE usage)
+{
+    const unsigned modifier = usage >> 12;
+    const USAGE base = usage & 0x0FFF;
+    if (modifier == 0xF) return "Vendor-defined " + Hex(usage, 4);
+    if (modifier == 0) return SensorBaseName(usage);
+    if (base == 0) {
+        const char* name = Find(UsageTable(kSensorPage), usage);
+        return name != nullptr ? name : "";
+    }
+    const std::string baseName = SensorBaseName(base);
+    return (baseName.empty() ? Hex(base, 4) : baseName) + " [" + ModifierName(modifier) + "]";
 }
 
 }  // namespace
 
 std::string UsagePageName(USAGE page)
 {
-    switch (page) {
-    case 0x01: return "Generic Desktop";
-    case 0x07: return "Keyboard";
-    case 0x08: return "LED";
-    case 0x09: return "Button";
-    case 0x0C: return "Consumer";
-    case 0x20: return "Sensors";
-    default: return page >= 0xFF00 ? "Vendor" : "";
-    }
+    if (page >= 0xFF00) return "Vendor-defined " + Hex(page, 4);
+    const char* name = Find(UsagePageTable(), page);
+    return name != nullptr ? name : "";
 }
 
 std::string UsageName(USAGE page, USAGE usage)
 {
-    if (page != kSensorPage)
-        return {};
-    if (usage >= 0xF000)
-        return "Vendor";
-    const std::string base = BaseSensorUsageName(usage & 0x0FFF);
-    const char* modifier = ModifierName(usage >> 12);
-    if (base.empty() || (usage >> 12) == 0 || modifier == nullptr)
-        return (usage >> 12) == 0 ? base : std::string{};
-    return base + " [" + modifier + "]";
+    if (page >= 0xFF00) return "Vendor-defined " + Hex(usage, 4);
+    switch (page) {
+    case kSensorPage: return SensorUsageName(usage);
+    case kButtonPage: return usage == 0 ? "No Button Pressed" : "Button " + std::to_string(usage);
+    case kKeyboardPage: {
+        std::string name = KeyboardPatternName(usage);
+        if (!name.empty()) return name;
+        break;
+    }
+    default: break;
+    }
+    const char* name = Find(UsageTable(page), usage);
+    return name != nullptr ? name : "";
+}
+
+std::string UsageLabel(USAGE page, USAGE usage)
+{
+    const std::string name = UsageName(page, usage);
+    return name.empty() ? Hex(page, 2) + ":" + Hex(usage, 4) : name;
 }
 
 const char* CollectionTypeName(unsigned type)
 {
     static constexpr const char* names[] = {"Physical", "Application", "Logical", "Report",
                                             "Named Array", "Usage Switch", "Usage Modifier"};
-    return type < std::size(names) ? names[type] : (type >= 0x80 ? "Vendor" : "Reserved");
+    return type < std::size(names) ? names[type] : (type >= 0x80 ? "Vendor-defined" : "Reserved");
 }
 
 }  // namespace hidsensor

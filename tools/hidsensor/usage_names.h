@@ -1,5 +1,6 @@
-// Names of the usage pages and sensor usages a reader of a sensor descriptor
-// meets most; everything else prints as hex.
+// Names of usage pages and usages from the HID Usage Tables (usage_tables.cpp),
+// the patterned ones (Button n, keyboard letters, Custom Value n, sensor
+// modifiers) computed here. Unknown usages give "".
 #pragma once
 
 #include <string>
@@ -8,9 +9,12 @@
 
 namespace hidsensor {
 
+// "Sensors"; "Vendor-defined 0xFF01" for 0xFF00..0xFFFF; "" when unknown.
 std::string UsagePageName(USAGE page);
-// "Custom Value 1 [maximum]" for 0x2544 on the sensor page; "" when unknown.
+// "Custom Value 1 [Maximum]" for 0x2544 on the Sensors page; "" when unknown.
 std::string UsageName(USAGE page, USAGE usage);
+// A usage as output shows it: its name, or the page:usage numbers when it has none.
+std::string UsageLabel(USAGE page, USAGE usage);
 const char* CollectionTypeName(unsigned type);
 
 }  // namespace hidsensor
