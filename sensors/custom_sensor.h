@@ -74,8 +74,10 @@ protected:
     // Builds the data-field key vector from the sensor's own input report and
     // sets the presence flags of the fields it finds.
     NTSTATUS BuildDataFieldKeys();
-    // Writes `state` into the sensor-state entry of the sensor property list.
+    // Writes `state` into the sensor-state entry of the sensor property list
+    // (entry `entry` for subclasses whose list puts it elsewhere).
     void SetSensorStateProperty(ULONG state) noexcept;
+    void SetSensorStateProperty(ULONG state, ULONG entry) noexcept;
 
 private:
     // The usages every custom sensor handles alike (state and event as values,
