@@ -48,7 +48,7 @@ NTSTATUS RelativeOrientationSensor::RegisterSensor()
         record.historySupported = 0;
         record.minRetrievalSize = 0;
         const OrientationListSpec spec = {kRelativeOrientationSensorType,
-                                          kSensorCategoryMotion,
+                                          kMotionSensorCategory,
                                           false,
                                           kComponentKeys,
                                           VT_R4,

@@ -95,11 +95,16 @@ NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
 {
+    SetSensorStateProperty(state, sensorStateEntry_);
+}
+
+void CustomSensor::SetSensorStateProperty(ULONG state, ULONG entry) noexcept
+{
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
-    if (properties == nullptr || sensorStateEntry_ >= properties->Count)
+    if (properties == nullptr || entry >= properties->Count)
         return;
     std::lock_guard lock(publishedListsLock_);
-    PROPVARIANT& value = properties->List[sensorStateEntry_].Value;
+    PROPVARIANT& value = properties->List[entry].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
 }

@@ -75,10 +75,12 @@ protected:
     // Builds the data-field key vector from the sensor's own input report and
     // sets the presence flags of the fields it finds.
     NTSTATUS BuildDataFieldKeys();
-    // Writes `state` into the sensor-state entry of the sensor property list.
+    // Writes `state` into the sensor-state entry of the sensor property list
+    // (entry `entry` for subclasses whose list puts it elsewhere).
     void SetSensorStateProperty(ULONG state) noexcept;
-    // Where that entry sits: 3 for the custom sensor's own list, whose third
-    // entry is the HID usage; 2 in the lists of the subclasses, which have none.
+    void SetSensorStateProperty(ULONG state, ULONG entry) noexcept;
+    // Where the one-argument form writes it: 3 in the custom sensor's own list,
+    // whose third entry is the HID usage; 2 in the subclasses', which have none.
     void SetSensorStateEntry(ULONG entry) noexcept { sensorStateEntry_ = entry; }
     // Guards the published lists a callback writes while another copies them.
     std::mutex& PublishedListsLock() noexcept { return publishedListsLock_; }
