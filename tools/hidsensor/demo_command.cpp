@@ -50,8 +50,15 @@ std::string FieldName(const PROPERTYKEY& key)
         return "custom boolean array";
     if (SameGuid(key.fmtid, kCustomData) && key.pid >= 7 && key.pid <= 34)
         return "custom value " + std::to_string(key.pid - 6);
-    if (SameGuid(key.fmtid, kSensorData))
-        return "data " + std::to_string(key.pid);
+    if (SameGuid(key.fmtid, kSensorData)) {
+        static const std::map<DWORD, std::string> kDataNames = {
+            {70, "quaternion w"}, {71, "quaternion x"}, {72, "quaternion y"}, {73, "quaternion z"},
+            {120, "orientation"}, {130, "activity"},    {131, "confidence"},   {140, "step type"},
+            {141, "steps"},       {142, "step ms"},     {143, "after reset"},
+        };
+        const auto it = kDataNames.find(key.pid);
+        return it != kDataNames.end() ? it->second : "data " + std::to_string(key.pid);
+    }
     return sx::FormatPropertyKey(key);
 }
 

@@ -143,8 +143,10 @@ Scenario DemoScenario()
 
     // A minute: a walk that turns into a run, with the device on a desk at the
     // start and picked up at 20 s.
-    std::uint32_t steps = 0;
-    std::uint32_t stepMs = 0;
+    std::uint32_t walkingSteps = 0;
+    std::uint32_t walkingMs = 0;
+    std::uint32_t runningSteps = 0;
+    std::uint32_t runningMs = 0;
     std::uint32_t orientation = 1;  // face up
     for (int second = 0; second < 60; ++second) {
         if (second % 5 == 0) {
@@ -154,12 +156,16 @@ Scenario DemoScenario()
             script.Input(kActivity,
                          {ActivityWord(code, confidence), ActivityWord(6, 100 - confidence), 0, 0, 0, 0, 0}, 4);
         }
-        if (second >= 20) {
-            steps += second >= 40 ? 3 : 2;
-            stepMs += 1000;
+        if (second >= 40) {
+            runningSteps += 3;
+            runningMs += 1000;
+        } else if (second >= 20) {
+            walkingSteps += 2;
+            walkingMs += 1000;
         }
+        // The device's counts since its reset, which the first report flags.
         if (second % 10 == 9)
-            script.Input(kPedometer, {second == 9 ? 1u : 0u, steps, stepMs, 0, 0}, 4);
+            script.Input(kPedometer, {second == 9 ? 1u : 0u, walkingSteps, walkingMs, runningSteps, runningMs}, 4);
         if (second % 2 == 0) {
             const double angle = 0.05 * second;
             const auto component = [](double v) { return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(v * 10000)) & 0xFFFF); };
