@@ -666,9 +666,12 @@ NTSTATUS SensorHistory::CancelHistoryRetrieval(SENSOROBJECT sensor, ULONG* bytes
     }
     *bytesWritten = 0;
     HANDLE worker = nullptr;
+    PSENSOR_COLLECTION_LIST list = nullptr;
     if (AcquireSampleLock()) {
-        if (retrievalRunning_ != 0)
+        if (retrievalRunning_ != 0) {
             worker = workerThread_;
+            list = clientList_;
+        }
         ReleaseSampleLock();
     }
     if (worker == nullptr) {
@@ -682,7 +685,8 @@ NTSTATUS SensorHistory::CancelHistoryRetrieval(SENSOROBJECT sensor, ULONG* bytes
         TRACE_EXIT(STATUS_DEVICE_BUSY);
         return STATUS_DEVICE_BUSY;
     }
-    *bytesWritten = CollectionsListGetMarshalledSizeWithoutSerialization(clientList_);
+    // The worker has ended: what it wrote into its list is complete.
+    *bytesWritten = CollectionsListGetMarshalledSizeWithoutSerialization(list);
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
 }
