@@ -341,3 +341,62 @@ TEST(HistoryRetrieval, FailedScratchMemoryCompletesWithTheFailure)
 
 }  // namespace
 }  // namespace testdriver
+
+namespace testdriver {
+namespace {
+
+// A lifecycle of an activity device with history: whatever each step returns.
+void HistoryCycle(DriverTestBed& bed)
+{
+    if (!NT_SUCCESS(bed.Prepare()))
+        return;
+    bed.Start();
+    {
+        cx::Client client(bed.Host().Device());
+        // A failure while classifying makes a plain custom sensor, whose
+        // history operations answer success and do nothing.
+        if (client.SensorCount() == 1 && ActivityOf(bed.Sensor(0)) != nullptr) {
+            client.Start(0);
+            client.StartHistory(0);
+            bed.Feed(ActivityReport(*bed.Hid(), {Word(1, 870)}));
+            bed.Host().Advance(1000);
+            bed.Feed(ActivityReport(*bed.Hid(), {Word(2, 870)}));
+            bed.Host().Advance(1000);
+            client.StartHistoryRetrieval(0, 8 + 144);
+            client.WaitHistoryRetrieval(0, std::chrono::milliseconds(1000));
+            client.StartHistoryRetrieval(0, 1000);
+            client.CancelHistoryRetrieval(0);
+            client.StartHistoryRetrieval(0, 1000);  // left running for release-hardware
+        }
+    }
+    bed.Stop();
+    bed.Host().ReleaseHardware();
+}
+
+TEST(HistoryFaultSweep, EveryDriverCallOfAHistoryLifecycleFailsInTurnAndTheDriverEndsClean)
+{
+    auto makeBed = [] {
+        auto bed = std::make_unique<DriverTestBed>(ActivityDevice(), &SensorFactory::Default());
+        bed->Host().Registry().Preload(kSubkey, kInterval, 1000);
+        return bed;
+    };
+    std::uint64_t total = 0;
+    {
+        auto bed = makeBed();
+        HistoryCycle(*bed);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
+        total = host::FaultInjector::Instance().TotalCalls();
+    }
+    ASSERT_GT(total, 20u);
+    for (std::uint64_t n = 1; n <= total; ++n) {
+        auto bed = makeBed();
+        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
+        HistoryCycle(*bed);
+        const auto point = host::FaultInjector::Instance().LastInjected();
+        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
+    }
+}
+
+}  // namespace
+}  // namespace testdriver
