@@ -550,8 +550,10 @@ NTSTATUS SensorHistory::StartHistoryRetrieval(SENSOROBJECT sensor, PSENSOR_COLLE
         TRACE_EXIT(status);
         return status;
     }
-    // Checked again under the lock, so that two starts cannot both begin a worker.
-    if (retrievalRunning_ != 0) {
+    // Checked again under the lock, so that two starts cannot both begin a
+    // worker; a cancel still waiting for the last worker also counts as
+    // running, so that its answer cannot be taken for the new retrieval's.
+    if (retrievalRunning_ != 0 || cancelWaiting_ != 0) {
         ReleaseSampleLock();
         TRACE_ERROR(STATUS_DEVICE_BUSY);
         TRACE_EXIT(STATUS_DEVICE_BUSY);
@@ -619,6 +621,7 @@ DWORD SensorHistory::RunWorker() noexcept
     const ULONG bytes = CollectionsListGetMarshalledSizeWithoutSerialization(clientList_);
     if (AcquireSampleLock()) {
         retrievalRunning_ = 0;
+        filledBytes_ = bytes;
         ReleaseSampleLock();
     }
     if (status != STATUS_CANCELLED)
@@ -667,8 +670,10 @@ NTSTATUS SensorHistory::CancelHistoryRetrieval(SENSOROBJECT sensor, ULONG* bytes
     *bytesWritten = 0;
     HANDLE worker = nullptr;
     if (AcquireSampleLock()) {
-        if (retrievalRunning_ != 0)
+        if (retrievalRunning_ != 0) {
             worker = workerThread_;
+            ++cancelWaiting_;
+        }
         ReleaseSampleLock();
     }
     if (worker == nullptr) {
@@ -677,12 +682,20 @@ NTSTATUS SensorHistory::CancelHistoryRetrieval(SENSOROBJECT sensor, ULONG* bytes
         return STATUS_HISTORY_RETRIEVAL_NOT_RUNNING;
     }
     SetEvent(cancelEvent_);
-    if (WaitForSingleObjectEx(worker, kWorkerStopWaitMs, FALSE) != WAIT_OBJECT_0) {
+    const bool ended = WaitForSingleObjectEx(worker, kWorkerStopWaitMs, FALSE) == WAIT_OBJECT_0;
+    if (AcquireSampleLock()) {
+        // The size the worker found in its list when it ended; the list itself
+        // may be the class extension's again if the worker completed.
+        if (ended)
+            *bytesWritten = filledBytes_;
+        --cancelWaiting_;
+        ReleaseSampleLock();
+    }
+    if (!ended) {
         TRACE_ERROR(STATUS_DEVICE_BUSY);
         TRACE_EXIT(STATUS_DEVICE_BUSY);
         return STATUS_DEVICE_BUSY;
     }
-    *bytesWritten = CollectionsListGetMarshalledSizeWithoutSerialization(clientList_);
     TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
 }

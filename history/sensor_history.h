@@ -167,6 +167,8 @@ private:
     HANDLE workerThread_ = nullptr;
     PSENSOR_COLLECTION_LIST clientList_ = nullptr;
     ULONG clientListSize_ = 0;
+    ULONG cancelWaiting_ = 0;  // sampleLock: cancels waiting for a worker to end
+    ULONG filledBytes_ = 0;  // sampleLock: the marshalled size of the last worker's list when it ended
     HANDLE cancelEvent_ = nullptr;
     std::atomic<ULONG> newSample_{0};
     ULONG sampleReportInterval_ = kDefaultSampleReportIntervalMs;
