@@ -269,6 +269,9 @@ TEST(Demo, EveryPublishedSensorDeliversAndTheRunIsQuick)
     // The activity history samples every 5 s for the minute and is retrieved whole.
     EXPECT_NE(summary.str().find("sensor 2 history retrieved: 12 records, status \"0x00000000\""), std::string::npos)
         << summary.str();
+    // The pedometer history samples every 10 s, each sample a change.
+    EXPECT_NE(summary.str().find("sensor 3 history retrieved: 6 records, status \"0x00000000\""), std::string::npos)
+        << summary.str();
     // The minute's steps: 40 walking in 20 s, then 60 running in 20 s.
     EXPECT_NE(summary.str().find("59.000 s  sensor 3: after reset false, step type 1, steps 0, step ms 0, step type 2, "
                                  "steps 40, step ms 20000, step type 4, steps 60, step ms 20000"),

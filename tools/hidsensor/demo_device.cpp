@@ -36,6 +36,11 @@ constexpr int kPublishedActivity = 2;
 // of header and 144 bytes per record holds the whole minute.
 constexpr std::uint32_t kHistorySampleMs = 5000;
 constexpr std::uint32_t kHistoryListBytes = 8 + 144 * 12;
+// The pedometer's history takes a sample every 10 s, just after each of its
+// reports: six records of 11 entries (528 bytes) each.
+constexpr int kPublishedPedometer = 3;
+constexpr std::uint32_t kPedometerHistorySampleMs = 10000;
+constexpr std::uint32_t kPedometerHistoryListBytes = 8 + 528 * 6;
 // Every input report of a read is as long as the longest of the collection
 // (the activity sensor's: ID, two selectors, seven 32-bit words); shorter
 // reports are padded with zeros, as the HID class driver delivers them.
@@ -158,6 +163,7 @@ Scenario DemoScenario()
     device.features[kSimpleOrientation] = CustomFeature(kSimpleOrientation, u"0x205");
 
     scenario.registry.push_back({"KPX_ActivitySensor", "HistorySampleReportInterval", kHistorySampleMs});
+    scenario.registry.push_back({"KPX_PedometerSensor", "HistorySampleReportInterval", kPedometerHistorySampleMs});
 
     Script script(scenario.steps);
     for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
@@ -166,6 +172,7 @@ Scenario DemoScenario()
         script.Call("Start", sensor);
     script.SetInterval(4, 250);  // relative orientation, faster
     script.Call("StartHistory", kPublishedActivity);
+    script.Call("StartHistory", kPublishedPedometer);
 
     // A minute: a walk that turns into a run, with the device on a desk at the
     // start and picked up at 20 s.
@@ -211,6 +218,8 @@ Scenario DemoScenario()
     }
     script.RetrieveHistory(kPublishedActivity, kHistoryListBytes);
     script.Call("StopHistory", kPublishedActivity);
+    script.RetrieveHistory(kPublishedPedometer, kPedometerHistoryListBytes);
+    script.Call("StopHistory", kPublishedPedometer);
     for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
         script.Call("Stop", sensor);
     return scenario;
