@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "host/common/fault_injection.h"
 #include "host/sensorscx/guid.h"
 #include "pedometer/pedometer_sensor.h"
 #include "tests/sensors/custom_sensor_test_support.h"
@@ -446,6 +447,67 @@ TEST(Pedometer, WrongHandlesAndAbsentArguments)
     EXPECT_EQ(t.bed.Traffic().size(), before);
     EXPECT_EQ(t.Pedometer().History()->stepThreshold.load(), 0u);
     EXPECT_EQ(t.Rec().modeFlags.load(), 0u);
+}
+
+// A pedometer lifecycle with history, whatever each step returns.
+void PedometerCycle(DriverTestBed& bed)
+{
+    if (!NT_SUCCESS(bed.Prepare()))
+        return;
+    bed.Start();
+    {
+        cx::Client client(bed.Host().Device());
+        // A failure while classifying makes a plain custom sensor, whose
+        // history operations answer success and do nothing.
+        if (client.SensorCount() == 1 && dynamic_cast<PedometerSensor*>(bed.Sensor(1)) != nullptr) {
+            SENSOR_VALUE_PAIR pair{kStepCount, UInt(3)};
+            client.SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&pair, 1));
+            client.Start(0);
+            client.StartHistory(0);
+            const auto report = [&](std::uint32_t walking) {
+                return InputReport(*bed.Hid(), kReportId, {0, walking, 100, 0, 0}, {4, 4, 4, 4, 4});
+            };
+            bed.Feed(report(2));
+            bed.Host().Advance(1000);
+            bed.Feed(report(5));
+            bed.Host().Advance(1000);
+            client.GetDataThresholds(0);
+            client.StartHistoryRetrieval(0, 536);
+            client.WaitHistoryRetrieval(0, std::chrono::milliseconds(1000));
+            client.ClearHistory(0);
+            client.StartHistoryRetrieval(0, 2000);
+            client.CancelHistoryRetrieval(0);
+            client.Stop(0);
+            client.StartHistoryRetrieval(0, 2000);  // left running for release-hardware
+        }
+    }
+    bed.Stop();
+    bed.Host().ReleaseHardware();
+}
+
+TEST(PedometerFaultSweep, EveryDriverCallOfALifecycleFailsInTurnAndTheDriverEndsClean)
+{
+    auto makeBed = [] {
+        auto bed = std::make_unique<DriverTestBed>(PedometerDevice(), &SensorFactory::Default());
+        bed->Host().Registry().Preload("KPX_PedometerSensor", "HistorySampleReportInterval", 1000);
+        return bed;
+    };
+    std::uint64_t total = 0;
+    {
+        auto bed = makeBed();
+        PedometerCycle(*bed);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
+        total = host::FaultInjector::Instance().TotalCalls();
+    }
+    ASSERT_GT(total, 20u);
+    for (std::uint64_t n = 1; n <= total; ++n) {
+        auto bed = makeBed();
+        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
+        PedometerCycle(*bed);
+        const auto point = host::FaultInjector::Instance().LastInjected();
+        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
+    }
 }
 
 }  // namespace
