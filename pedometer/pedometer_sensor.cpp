@@ -81,6 +81,17 @@ bool StepTotal(const PedometerRecord& record, ULONG* total) noexcept
     return *total >= record.walkingStepCount;
 }
 
+// Sets one delivery mode and clears the other in one step, so that the
+// reader never sees neither; the history bit is kept. Returns the old flags.
+ULONG SetDeliveryMode(std::atomic<ULONG>& flags, ULONG mode) noexcept
+{
+    ULONG old = flags.load(std::memory_order_relaxed);
+    while (!flags.compare_exchange_weak(old, (old & ~(kModeFiltered | kModeEverySample)) | mode,
+                                        std::memory_order_relaxed))
+        ;
+    return old;
+}
+
 // A float threshold truncated toward zero, kept to 32 bits as a 64-bit
 // conversion keeps it; NaN and values beyond 64 bits give 0.
 ULONG TruncatedThreshold(float value) noexcept
@@ -246,8 +257,7 @@ NTSTATUS PedometerSensor::Start(SENSOROBJECT sensor)
         record.BatchInterval.store(0, std::memory_order_relaxed);
         float sensitivity = 0.0f;
         if (history_->stepThreshold.load(std::memory_order_relaxed) != 0) {
-            record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-            const ULONG mode = record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
+            const ULONG mode = SetDeliveryMode(record.modeFlags, kModeFiltered);
             if ((mode & kModeHistory) == 0) {
                 // The device counts for itself and reports when the threshold is near.
                 record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
@@ -257,8 +267,7 @@ NTSTATUS PedometerSensor::Start(SENSOROBJECT sensor)
                 record.CurrentReportInterval.store(kHistoryReportIntervalMs, std::memory_order_relaxed);
             }
         } else {
-            record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
+            SetDeliveryMode(record.modeFlags, kModeEverySample);
             record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
         }
@@ -375,13 +384,9 @@ NTSTATUS PedometerSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECT
         else
             TRACE_WARNING(GetFriendlyName(), static_cast<ULONG>(entry.Value.vt));
         // The mode follows the threshold now, whatever the entry's type.
-        if (history_->stepThreshold.load(std::memory_order_relaxed) != 0) {
-            record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
-        } else {
-            record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
-        }
+        SetDeliveryMode(record.modeFlags,
+                        history_->stepThreshold.load(std::memory_order_relaxed) != 0 ? kModeFiltered
+                                                                                      : kModeEverySample);
         TRACE_INFO(GetFriendlyName(), history_->stepThreshold.load(std::memory_order_relaxed));
     }
     TRACE_EXIT(STATUS_SUCCESS);
