@@ -400,3 +400,37 @@ TEST(HistoryFaultSweep, EveryDriverCallOfAHistoryLifecycleFailsInTurnAndTheDrive
 
 }  // namespace
 }  // namespace testdriver
+
+namespace testdriver {
+namespace {
+
+TEST(HistoryConstruction, WithoutSampleLockOrCancelEventTheSensorHasNoHistory)
+{
+    for (host::FaultPoint point : {host::FaultPoint::WaitLockCreate, host::FaultPoint::EventCreate}) {
+        SCOPED_TRACE(host::FaultPointName(point));
+        DriverTestBed bed(ActivityDevice(), &SensorFactory::Default());
+        host::FaultInjector::Instance().FailNth(point, 1, STATUS_INSUFFICIENT_RESOURCES);
+        ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
+        ASSERT_EQ(bed.Start(), STATUS_SUCCESS);
+        {
+            cx::Client client(bed.Host().Device());
+            ASSERT_EQ(client.SensorCount(), 1u);
+            EXPECT_EQ(ActivityOf(bed.Sensor(0))->Record()->historySupported, 0u);
+            const cx::CallResult properties = client.GetProperties(0);
+            ASSERT_EQ(properties.status, STATUS_SUCCESS);
+            EXPECT_EQ(Lines(*properties.list)[8], Prop(24, "UI4 0"));
+            EXPECT_EQ(client.StartHistory(0).status, STATUS_NOT_SUPPORTED);
+            EXPECT_EQ(client.StartHistoryRetrieval(0, 1000).status, STATUS_NOT_SUPPORTED);
+            EXPECT_EQ(client.CancelHistoryRetrieval(0).status, STATUS_NOT_SUPPORTED);
+            // Samples still flow.
+            ASSERT_EQ(client.Start(0).status, STATUS_SUCCESS);
+            cx::SampleQueue samples(client);
+            bed.Feed(ActivityReport(*bed.Hid(), {Word(1, 870)}));
+            EXPECT_EQ(samples.Drain().size(), 1u);
+        }
+        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
+    }
+}
+
+}  // namespace
+}  // namespace testdriver
