@@ -434,3 +434,35 @@ TEST(HistoryConstruction, WithoutSampleLockOrCancelEventTheSensorHasNoHistory)
 
 }  // namespace
 }  // namespace testdriver
+
+namespace testdriver {
+namespace {
+
+TEST(HistoryRecords, PedometerRecordsWriteElevenEntriesAndCompareWithoutTheirTime)
+{
+    HistoryRecord record{};
+    record.Pedometer = {{7, 0}, 5, 10, 1000, 20, 2000, 30, -3};
+    alignas(SENSOR_COLLECTION_LIST) unsigned char storage[SENSOR_COLLECTION_LIST_SIZE(kPedometerEntriesPerRecord)] = {};
+    auto* list = reinterpret_cast<PSENSOR_COLLECTION_LIST>(storage);
+    list->AllocatedSizeInBytes = sizeof storage;
+    list->Count = kPedometerEntriesPerRecord;
+    ASSERT_EQ(EntriesPerRecord(HistoryKind::Pedometer), 11u);
+    WriteRecordEntries(HistoryKind::Pedometer, record, list->List);
+    EXPECT_EQ(Lines(*list), (std::vector<std::string>{
+                                Data(2, "FILETIME 7"), Data(143, "BOOL true"),  // reset flag 5
+                                Data(140, "UI4 1"), Data(141, "UI4 10"), Data(142, "I8 1000"),
+                                Data(140, "UI4 2"), Data(141, "UI4 20"), Data(142, "I8 2000"),
+                                Data(140, "UI4 4"), Data(141, "UI4 30"), Data(142, "I8 -3")}));
+
+    HistoryRecord later = record;
+    later.Pedometer.timestamp.dwLowDateTime = 99;
+    EXPECT_TRUE(SameSample(HistoryKind::Pedometer, record, later));
+    later.Pedometer.runningStepDuration = -4;
+    EXPECT_FALSE(SameSample(HistoryKind::Pedometer, record, later));
+    later = record;
+    later.Pedometer.resetFlag = 0;
+    EXPECT_FALSE(SameSample(HistoryKind::Pedometer, record, later));
+}
+
+}  // namespace
+}  // namespace testdriver
