@@ -566,7 +566,8 @@ NTSTATUS SensorHistory::StartHistoryRetrieval(SENSOROBJECT sensor, PSENSOR_COLLE
     clientList_ = list;
     clientListSize_ = size;
     ResetEvent(cancelEvent_);
-    HANDLE thread = CreateThread(nullptr, 0, &SensorHistory::HistoryRetrievalWorker, sensor_, 0, nullptr);
+    HidSensor* owner = sensor_;
+    HANDLE thread = CreateThread(nullptr, 0, &SensorHistory::HistoryRetrievalWorker, owner, 0, nullptr);
     if (thread != nullptr) {
         workerThread_ = thread;
         retrievalRunning_ = 1;

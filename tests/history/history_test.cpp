@@ -400,3 +400,69 @@ TEST(HistoryFaultSweep, EveryDriverCallOfAHistoryLifecycleFailsInTurnAndTheDrive
 
 }  // namespace
 }  // namespace testdriver
+
+namespace testdriver {
+namespace {
+
+TEST(HistoryConstruction, WithoutSampleLockOrCancelEventTheSensorHasNoHistory)
+{
+    for (host::FaultPoint point : {host::FaultPoint::WaitLockCreate, host::FaultPoint::EventCreate}) {
+        SCOPED_TRACE(host::FaultPointName(point));
+        DriverTestBed bed(ActivityDevice(), &SensorFactory::Default());
+        host::FaultInjector::Instance().FailNth(point, 1, STATUS_INSUFFICIENT_RESOURCES);
+        ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
+        ASSERT_EQ(bed.Start(), STATUS_SUCCESS);
+        {
+            cx::Client client(bed.Host().Device());
+            ASSERT_EQ(client.SensorCount(), 1u);
+            EXPECT_EQ(ActivityOf(bed.Sensor(0))->Record()->historySupported, 0u);
+            const cx::CallResult properties = client.GetProperties(0);
+            ASSERT_EQ(properties.status, STATUS_SUCCESS);
+            EXPECT_EQ(Lines(*properties.list)[8], Prop(24, "UI4 0"));
+            EXPECT_EQ(client.StartHistory(0).status, STATUS_NOT_SUPPORTED);
+            EXPECT_EQ(client.StartHistoryRetrieval(0, 1000).status, STATUS_NOT_SUPPORTED);
+            EXPECT_EQ(client.CancelHistoryRetrieval(0).status, STATUS_NOT_SUPPORTED);
+            // Samples still flow.
+            ASSERT_EQ(client.Start(0).status, STATUS_SUCCESS);
+            cx::SampleQueue samples(client);
+            bed.Feed(ActivityReport(*bed.Hid(), {Word(1, 870)}));
+            EXPECT_EQ(samples.Drain().size(), 1u);
+        }
+        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
+    }
+}
+
+}  // namespace
+}  // namespace testdriver
+
+namespace testdriver {
+namespace {
+
+TEST(HistoryRecords, PedometerRecordsWriteElevenEntriesAndCompareWithoutTheirTime)
+{
+    HistoryRecord record{};
+    record.Pedometer = {{7, 0}, 5, 10, 1000, 20, 2000, 30, -3};
+    alignas(SENSOR_COLLECTION_LIST) unsigned char storage[SENSOR_COLLECTION_LIST_SIZE(kPedometerEntriesPerRecord)] = {};
+    auto* list = reinterpret_cast<PSENSOR_COLLECTION_LIST>(storage);
+    list->AllocatedSizeInBytes = sizeof storage;
+    list->Count = kPedometerEntriesPerRecord;
+    ASSERT_EQ(EntriesPerRecord(HistoryKind::Pedometer), 11u);
+    WriteRecordEntries(HistoryKind::Pedometer, record, list->List);
+    EXPECT_EQ(Lines(*list), (std::vector<std::string>{
+                                Data(2, "FILETIME 7"), Data(143, "BOOL true"),  // reset flag 5
+                                Data(140, "UI4 1"), Data(141, "UI4 10"), Data(142, "I8 1000"),
+                                Data(140, "UI4 2"), Data(141, "UI4 20"), Data(142, "I8 2000"),
+                                Data(140, "UI4 4"), Data(141, "UI4 30"), Data(142, "I8 -3")}));
+
+    HistoryRecord later = record;
+    later.Pedometer.timestamp.dwLowDateTime = 99;
+    EXPECT_TRUE(SameSample(HistoryKind::Pedometer, record, later));
+    later.Pedometer.runningStepDuration = -4;
+    EXPECT_FALSE(SameSample(HistoryKind::Pedometer, record, later));
+    later = record;
+    later.Pedometer.resetFlag = 0;
+    EXPECT_FALSE(SameSample(HistoryKind::Pedometer, record, later));
+}
+
+}  // namespace
+}  // namespace testdriver
