@@ -198,6 +198,21 @@ void StoreFieldSlot(SensorPropertyCache& cache, ULONG slot, const DecodedValue& 
     }
 }
 
+// The properties whose first appearance in a sensor's report is traced, one
+// record flag each; later reports of them are not, so that a client polling
+// the interval does not flood the log.
+constexpr USAGE kOnceTracedProperties[kFeaturePropertyFlagCount] = {0x30E, 0x304, 0x30F, 0x314, 0x315, 0x308};
+
+void TraceFirstReport(const FeatureReportContext& context, USAGE key, USAGE usage, ULONG raw)
+{
+    for (ULONG i = 0; i < kFeaturePropertyFlagCount; ++i) {
+        if (kOnceTracedProperties[i] != key || context.Record.FeaturePropertyFlags[i] != 0)
+            continue;
+        context.Record.FeaturePropertyFlags[i] = 1;
+        TRACE_INFO(context.Name(), static_cast<ULONG>(usage), raw);
+    }
+}
+
 // One capability of the sensor's report. Returns the status it carries.
 NTSTATUS ParseValue(const FeatureReportContext& context, const HIDP_VALUE_CAPS& caps, BYTE* array)
 {
@@ -230,7 +245,7 @@ NTSTATUS ParseValue(const FeatureReportContext& context, const HIDP_VALUE_CAPS& 
     const DecodedValue value{caps, UsageModifier(usage), raw,
                              SignExtendLogical(caps.LogicalMin, caps.BitSize, raw), exponent, array};
     if (StoreStandardProperty(context, key, value)) {
-        TRACE_INFO(context.Name(), static_cast<ULONG>(usage), raw);
+        TraceFirstReport(context, key, usage, raw);
         return STATUS_SUCCESS;
     }
     if (key == kVendorValueF029) {

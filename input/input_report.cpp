@@ -222,7 +222,9 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
         const USHORT base = static_cast<USHORT>(usage & kUsageBaseMask);
 
         bool handled = false;
-        const NTSTATUS common = HandleCommonInputUsage(base, signedValue, raw, &decoded, &handled);
+        NTSTATUS common = STATUS_SUCCESS;
+        if (base == kSensorStateValueUsage || base == kSensorEventValueUsage || base == kCustomUsageUsage)
+            common = HandleCommonInputUsage(base, signedValue, raw, &decoded, &handled);
         // A failure, or the custom usage's UpdateDataField, sets the status;
         // state and event values are diagnostics and leave it alone.
         if (!NT_SUCCESS(common) || (handled && base == kCustomUsageUsage))
@@ -263,14 +265,6 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
                 value.ulVal = holding[k];
             }
         } else {
-            const float maximum = ResolveFieldBound(record.DefaultMaximum, cache.FieldMaximum[k].IsPresent(),
-                                                    cache.FieldMaximum[k].Get(), cache.FieldMaximum[0].IsPresent(),
-                                                    cache.FieldMaximum[0].Get(), cache.Maximum.IsPresent(),
-                                                    cache.Maximum.Get());
-            const float minimum = ResolveFieldBound(record.DefaultMinimum, cache.FieldMinimum[k].IsPresent(),
-                                                    cache.FieldMinimum[k].Get(), cache.FieldMinimum[0].IsPresent(),
-                                                    cache.FieldMinimum[0].Get(), cache.Minimum.IsPresent(),
-                                                    cache.Minimum.Get());
             float tested = 0.0f;
             if (exponent != 0) {
                 const float scaled = static_cast<float>(ScaleToFloat(cap.LogicalMin, raw, signedValue, exponent));
@@ -285,9 +279,21 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
                 value.ulVal = raw;
                 tested = static_cast<float>(static_cast<LONG>(raw));
             }
-            // Out of range is worth a warning, never a clamp or a drop.
-            if (tested > maximum || tested < minimum)
-                TRACE_WARNING(GetFriendlyName(), k, tested, minimum, maximum);
+            // Out of range is worth a warning, never a clamp or a drop. The
+            // bounds serve only that warning, so they are resolved only when
+            // someone listens for it.
+            if (TraceClassEnabled(TraceClass::Warning)) {
+                const float maximum = ResolveFieldBound(
+                    record.DefaultMaximum, cache.FieldMaximum[k].IsPresent(), cache.FieldMaximum[k].Get(),
+                    cache.FieldMaximum[0].IsPresent(), cache.FieldMaximum[0].Get(), cache.Maximum.IsPresent(),
+                    cache.Maximum.Get());
+                const float minimum = ResolveFieldBound(
+                    record.DefaultMinimum, cache.FieldMinimum[k].IsPresent(), cache.FieldMinimum[k].Get(),
+                    cache.FieldMinimum[0].IsPresent(), cache.FieldMinimum[0].Get(), cache.Minimum.IsPresent(),
+                    cache.Minimum.Get());
+                if (tested > maximum || tested < minimum)
+                    TRACE_WARNING(GetFriendlyName(), k, tested, minimum, maximum);
+            }
         }
         status = UpdateDataField(&key, &value);
     }

@@ -21,6 +21,12 @@ constexpr ULONG kSensorStateEntry = 3;
 
 // Record position of custom value 1's change sensitivity.
 constexpr ULONG kCustomValue1ThresholdPosition = 3;
+
+// The same GUID, as two 8-byte compares: this runs for every data-field update.
+bool SameFmtid(const GUID& a, const GUID& b) noexcept
+{
+    return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+}
 }  // namespace
 
 CustomSensor::CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
@@ -298,13 +304,16 @@ void CustomSensor::IndexDataFields(PSENSOR_COLLECTION_LIST data) noexcept
 
 NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
 {
+    TRACE_ENTRY();
     PSENSOR_COLLECTION_LIST data = Record()->Data;
-    if (data == nullptr || key == nullptr || value == nullptr)
+    if (data == nullptr || key == nullptr || value == nullptr) {
+        TRACE_EXIT(STATUS_SUCCESS);
         return STATUS_SUCCESS;
+    }
     const ULONG fields = data->Count;
     ULONG& pending = cache_->PendingFieldCount;
     const ULONG slot = key->pid - kCustomUsageKey.pid;
-    if (data == indexedData_ && slot < std::size(customFieldEntries_) && IsEqualGUID(key->fmtid, kCustomDataFmtid)) {
+    if (data == indexedData_ && slot < std::size(customFieldEntries_) && SameFmtid(key->fmtid, kCustomDataFmtid)) {
         for (ULONGLONG entries = customFieldEntries_[slot]; entries != 0; entries &= entries - 1) {
             std::memcpy(&data->List[std::countr_zero(entries)].Value, value, sizeof(PROPVARIANT));
             ++pending;
@@ -312,16 +321,19 @@ NTSTATUS CustomSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT
     } else {
         for (ULONG i = 1; i < fields; ++i) {
             SENSOR_VALUE_PAIR& entry = data->List[i];
-            if (entry.Key.pid == key->pid && IsEqualGUID(entry.Key.fmtid, key->fmtid)) {
+            if (entry.Key.pid == key->pid && SameFmtid(entry.Key.fmtid, key->fmtid)) {
                 std::memcpy(&entry.Value, value, sizeof(PROPVARIANT));
                 ++pending;
             }
         }
     }
-    if (pending != fields - 1)
-        return STATUS_SUCCESS;
-    // The class extension takes its copy during the call; the result changes nothing here.
-    SensorsCxSensorDataReady(Record()->SensorObject, data);
-    pending = 0;
+    if (pending == fields - 1) {
+        // The class extension takes its copy during the call; its result changes nothing here.
+        const NTSTATUS delivered = SensorsCxSensorDataReady(Record()->SensorObject, data);
+        if (!NT_SUCCESS(delivered))
+            TRACE_ERROR(delivered, GetFriendlyName());
+        pending = 0;
+    }
+    TRACE_EXIT(STATUS_SUCCESS);
     return STATUS_SUCCESS;
 }

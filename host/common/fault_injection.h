@@ -17,13 +17,16 @@
 //   - over every point: FailNthCall(n) fails the n-th driver call that
 //     reaches any fault point, whatever it is. A whole-lifecycle sweep is one
 //     loop:
-//         FaultInjector::Instance().CountOnly();          // dry run
-//         RunLifecycle();
-//         const auto total = FaultInjector::Instance().TotalCalls();
+//         std::uint64_t total = 0;
+//         {
+//             DriverHost host(...);                       // dry run: counts only
+//             RunLifecycle(host);
+//             total = FaultInjector::Instance().TotalCalls();
+//         }
 //         for (std::uint64_t n = 1; n <= total; ++n) {
 //             DriverHost host(...);                       // resets the arms too
 //             FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
-//             RunLifecycle();                             // must end clean
+//             RunLifecycle(host);                         // must end clean
 //             // FaultInjector::Instance().LastInjected() names the call failed
 //         }
 //     Arm after creating the DriverHost: creating a host resets every arm and

@@ -4,7 +4,8 @@
 //
 // One reset: creating a DriverHost puts every piece of process-wide host state
 // back to its start: clock and dispatcher, the violation stream, fault arms
-// and counters, driver threads and holds, the GUID sequence (seed 1), trace
+// and counters, driver threads and holds, the GUID sequence (seed 1: a runner
+// with a seed of its own sets it after creating the host), trace
 // registrations and enables, the sensor table. Two runs with the same inputs
 // then behave the same. Only one DriverHost may exist at a time; destroying it
 // unloads the driver and resets again.

@@ -22,9 +22,10 @@
 //
 // Time-outs in deterministic mode are virtual. A driver thread's wait with a
 // time-out parks until its object is signalled or the host clock reaches the
-// deadline (time moves only when the host advances it). A wait from a thread that is not a driver thread (the host's, or the
-// driver's code called by the host: a PnP or sensor callback, a completion
-// routine, a timer) first lets the driver threads run, then answers at once:
+// deadline (time moves only when the host advances it). A wait from a thread
+// that is not a driver thread (the host's, or the driver's code called by the
+// host: a PnP or sensor callback, a completion routine, a timer) first lets
+// the driver threads run, then answers at once:
 // WAIT_OBJECT_0 when the object is signalled, WAIT_TIMEOUT otherwise. Such a
 // wait with INFINITE on something that can never be signalled is reported as
 // a deadlock and fails with WAIT_FAILED. Wait-lock acquisitions behave the
@@ -37,9 +38,9 @@
 // it makes the call the next time threads run. A hold is used up by the
 // thread it stops.
 //
-// A thread still running when the host ends is detached (in deterministic
-// mode it stays parked for good) and shows in the leak report as a live thread
-// before that.
+// A thread still running when the host ends shows in the leak report as a
+// live thread, and is then detached: in deterministic mode a parked thread
+// stays parked for good, and one that never ran ends without running.
 #pragma once
 
 #include <cstddef>
@@ -55,7 +56,6 @@ namespace host::framework {
 
 enum class DriverThreadState {
     NotStarted,  // created, never let run
-    Runnable,    // parked, and can move on when let run
     Running,     // running now (or, in real-time mode, alive)
     Waiting,     // parked in a wait, or on a wait lock, that is not satisfied
     Held,        // parked at a hold point until released
@@ -74,8 +74,9 @@ struct DriverThreadInfo {
 // Deterministic: lets every driver thread run until none can move; the number
 // of times a thread was let run. Real time: 0.
 std::size_t RunDriverThreads();
-// Deterministic: lets this thread run until it parks (others only as far as
-// its waits need them). False when the handle is no driver thread.
+// Deterministic: lets this one thread run until it parks (a wait of its on
+// another thread parks it; the other does not run). False when the handle is
+// no driver thread.
 bool RunDriverThread(HANDLE thread);
 // Parks the next driver thread that reaches `point` (deterministic mode only).
 void HoldDriverThreadAt(FaultPoint point);

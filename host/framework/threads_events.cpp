@@ -98,7 +98,6 @@ bool Runnable(DriverThread& entry)
 {
     switch (entry.sched) {
     case DriverThreadState::NotStarted:
-    case DriverThreadState::Runnable:
         return true;
     case DriverThreadState::Waiting:
         return entry.canRun && entry.canRun();
@@ -241,7 +240,6 @@ const char* DriverThreadStateName(DriverThreadState state)
 {
     switch (state) {
     case DriverThreadState::NotStarted: return "NotStarted";
-    case DriverThreadState::Runnable: return "Runnable";
     case DriverThreadState::Running: return "Running";
     case DriverThreadState::Waiting: return "Waiting";
     case DriverThreadState::Held: return "Held";
@@ -324,30 +322,32 @@ void ReapThreads(bool detachUnfinished)
         TheScheduler().Forget();
         return;
     }
+    // Finished threads are joined; their entries stay for DriverThreads().
     Scheduler& s = TheScheduler();
     std::vector<std::shared_ptr<DriverThread>> finished;
     {
         std::lock_guard lock(s.mutex);
-        for (auto it = s.threads.begin(); it != s.threads.end();) {
-            bool done = false;
-            {
-                std::lock_guard stateLock((*it)->state->mutex);
-                done = (*it)->state->finished;
-            }
-            // A scheduled thread is joinable once it has given the baton back.
-            if (done && !(*it)->go) {
-                finished.push_back(*it);
-                it = s.threads.erase(it);
-            } else {
-                ++it;
-            }
+        for (const auto& entry : s.threads) {
+            if (!entry->thread.joinable() || entry->go)  // a scheduled thread first gives the baton back
+                continue;
+            std::lock_guard stateLock(entry->state->mutex);
+            if (entry->state->finished)
+                finished.push_back(entry);
         }
     }
     for (auto& entry : finished) {
-        if (entry->thread.joinable() && entry->thread.get_id() != std::this_thread::get_id())
-            entry->thread.join();
-        else if (entry->thread.joinable())
-            entry->thread.detach();
+        // Joined by one caller only: the list is taken again to claim it.
+        std::thread thread;
+        {
+            std::lock_guard lock(s.mutex);
+            thread.swap(entry->thread);
+        }
+        if (!thread.joinable())
+            continue;
+        if (thread.get_id() == std::this_thread::get_id())
+            thread.detach();
+        else
+            thread.join();
     }
 }
 
@@ -367,15 +367,16 @@ void JoinAllThreads()
         ReapThreads(false);
         return;
     }
-    std::vector<std::shared_ptr<DriverThread>> all;
+    std::vector<std::thread> threads;
     {
         std::lock_guard lock(s.mutex);
-        all.swap(s.threads);
+        for (const auto& entry : s.threads) {
+            if (entry->thread.joinable())
+                threads.push_back(std::move(entry->thread));
+        }
     }
-    for (auto& entry : all) {
-        if (entry->thread.joinable())
-            entry->thread.join();
-    }
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 void ResetDriverThreads()

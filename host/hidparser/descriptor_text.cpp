@@ -85,44 +85,47 @@ std::string TooLong(std::size_t maxBytes)
     return "descriptor longer than " + std::to_string(maxBytes) + " bytes";
 }
 
-bool AppendHexToken(std::string_view token, const std::string& where, std::size_t maxBytes,
-                    std::vector<std::uint8_t>& bytes, std::string& error)
+enum class TokenResult { Appended, Bad, TooLong };
+
+TokenResult AppendHexToken(std::string_view token, const std::string& where, std::size_t maxBytes,
+                           std::vector<std::uint8_t>& bytes, std::string& error)
 {
     std::string_view digits = token;
     if (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) digits.remove_prefix(2);
     for (char c : digits) {
         if (HexDigit(c) < 0) {
             error = "bad token " + Quoted(token) + " at " + where;
-            return false;
+            return TokenResult::Bad;
         }
     }
     if (digits.empty()) {
         error = "bad token " + Quoted(token) + " at " + where + ": no hex digits";
-        return false;
+        return TokenResult::Bad;
     }
     if (digits.size() % 2 != 0) {
         error = "odd number of hex digits in " + Quoted(token) + " at " + where;
-        return false;
+        return TokenResult::Bad;
     }
     if (digits.size() / 2 > maxBytes - bytes.size()) {
         error = TooLong(maxBytes) + " at " + where;
-        return false;
+        return TokenResult::TooLong;
     }
     for (std::size_t i = 0; i < digits.size(); i += 2)
         bytes.push_back(static_cast<std::uint8_t>(HexDigit(digits[i]) * 16 + HexDigit(digits[i + 1])));
-    return true;
+    return TokenResult::Appended;
 }
 
-bool ParsePlainLine(std::string_view line, std::size_t lineNumber, std::size_t maxBytes,
-                    std::vector<std::uint8_t>& bytes, std::string& error)
+TokenResult ParsePlainLine(std::string_view line, std::size_t lineNumber, std::size_t maxBytes,
+                           std::vector<std::uint8_t>& bytes, std::string& error)
 {
     TokenReader reader(line, lineNumber);
     std::string_view token;
     std::string where;
     while (reader.Next(token, where)) {
-        if (!AppendHexToken(token, where, maxBytes, bytes, error)) return false;
+        const TokenResult result = AppendHexToken(token, where, maxBytes, bytes, error);
+        if (result != TokenResult::Appended) return result;
     }
-    return true;
+    return TokenResult::Appended;
 }
 
 bool ParseRecorderLine(std::string_view rest, std::size_t line, std::size_t column, std::size_t maxBytes,
@@ -148,7 +151,7 @@ bool ParseRecorderLine(std::string_view rest, std::size_t line, std::size_t colu
         return false;
     }
     while (reader.Next(token, where)) {
-        if (!AppendHexToken(token, where, maxBytes, bytes, error)) return false;
+        if (AppendHexToken(token, where, maxBytes, bytes, error) != TokenResult::Appended) return false;
     }
     if (bytes.size() != count) {
         error = "R: line at line " + std::to_string(line) + " gives " + std::to_string(count) + " bytes but holds " +
@@ -187,10 +190,12 @@ bool HexDescriptorReader::AddLine(std::string_view line)
         const auto column = static_cast<std::size_t>(rest.data() - line.data()) + 1;
         return ParseRecorderLine(rest, lineNumber_, column, maxBytes_, recorderBytes_, recorderError_);
     }
-    // Until an R: line turns the text into a capture, every line is hex.
+    // Until an R: line turns the text into a capture, every line is hex. A
+    // capture's first lines (N:, I:, ...) are not, so a hex text that
+    // outgrows the limit is no capture: reading can stop there.
     if (!recorder_ && plainError_.empty())
-        ParsePlainLine(line, lineNumber_, maxBytes_, plainBytes_, plainError_);
-    return true;
+        plainTooLong_ = ParsePlainLine(line, lineNumber_, maxBytes_, plainBytes_, plainError_) == TokenResult::TooLong;
+    return !plainTooLong_;
 }
 
 bool HexDescriptorReader::Finish(std::vector<std::uint8_t>& bytes, std::string& error)

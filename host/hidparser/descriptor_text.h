@@ -37,6 +37,7 @@ private:
     bool recorder_ = false;  // an R: line was seen: only it counts
     std::vector<std::uint8_t> plainBytes_;
     std::string plainError_;  // first error of the plain reading, reported unless an R: line comes
+    bool plainTooLong_ = false;
     std::vector<std::uint8_t> recorderBytes_;
     std::string recorderError_;
 };

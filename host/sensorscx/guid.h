@@ -12,7 +12,8 @@
 namespace host::com {
 
 // Restarts the CoCreateGuid sequence: the same seed gives the same GUIDs, so a
-// run is reproducible. The generator starts as if seeded with 1.
+// run is reproducible. The generator starts as if seeded with 1, and every
+// new DriverHost seeds it with 1 again.
 void SeedGuidGenerator(std::uint64_t seed);
 
 // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}", upper-case hex.

@@ -62,6 +62,16 @@ DWORD TakeLock(void* context)
     return 0;
 }
 
+// Takes the lock, then signals with the lock held.
+DWORD LockThenSignal(void* context)
+{
+    auto& shared = *static_cast<Shared*>(context);
+    WdfWaitLockAcquire(shared.lock, nullptr);
+    SetEvent(shared.ping);
+    WdfWaitLockRelease(shared.lock);
+    return 0;
+}
+
 DWORD Forever(void* context)
 {
     WaitForSingleObjectEx(static_cast<Shared*>(context)->ping, INFINITE, FALSE);
@@ -130,6 +140,8 @@ TEST_F(ThreadTest, AWaitOnTheHandleRunsTheThreadAndAWorkersTimeOutIsVirtual)
 
     // Signalled before the deadline: the wait ends with the signal.
     HANDLE second = CreateThread(nullptr, 0, WaitFiftyMs, &shared, 0, nullptr);
+    ASSERT_EQ(host_->Threads().size(), 2u) << "a finished thread is still listed";
+    EXPECT_EQ(host_->Threads()[0].state, DriverThreadState::Finished);
     EXPECT_TRUE(host_->RunThread(second));
     SetEvent(shared.ping);
     EXPECT_EQ(WaitForSingleObjectEx(second, 1, FALSE), WAIT_OBJECT_0);
@@ -189,6 +201,25 @@ TEST_F(ThreadTest, AnEndlessWaitForWhatNoThreadCanBringIsADeadlockNotAHang)
     SetEvent(shared.ping);
     EXPECT_EQ(WaitForSingleObjectEx(stuck, INFINITE, FALSE), WAIT_OBJECT_0);
     CloseHandle(stuck);
+}
+
+TEST_F(ThreadTest, TheHostMeetingALockAHeldWorkerKeepsTimesOutOrReportsADeadlock)
+{
+    Shared shared;
+    Events events(shared);
+    ASSERT_EQ(WdfWaitLockCreate(nullptr, &shared.lock), STATUS_SUCCESS);
+    HANDLE worker = CreateThread(nullptr, 0, LockThenSignal, &shared, 0, nullptr);
+    host_->HoldThreadAt(FaultPoint::EventSet);
+    host_->RunThreads();
+    LONGLONG tenMs = WDF_REL_TIMEOUT_IN_MS(10);
+    EXPECT_EQ(WdfWaitLockAcquire(shared.lock, &tenMs), STATUS_TIMEOUT);
+    EXPECT_EQ(WdfWaitLockAcquire(shared.lock, nullptr), STATUS_INVALID_DEVICE_STATE);
+    ExpectViolations({"WdfWaitLockAcquire", "deadlock"}, 1);
+    EXPECT_TRUE(host_->ReleaseThread(worker));
+    EXPECT_EQ(WdfWaitLockAcquire(shared.lock, nullptr), STATUS_SUCCESS) << "the worker runs and lets go";
+    WdfWaitLockRelease(shared.lock);
+    EXPECT_EQ(WaitForSingleObjectEx(shared.ping, 0, FALSE), WAIT_OBJECT_0);
+    CloseHandle(worker);
 }
 
 }  // namespace

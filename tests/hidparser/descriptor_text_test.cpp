@@ -68,6 +68,8 @@ TEST(DescriptorText, ReaderRefusesDescriptorsAboveItsLimit)
     for (const auto& [lines, expected] : cases) {
         HexDescriptorReader reader(3);
         for (const char* line : lines) reader.AddLine(line);
+        // A hex text past the limit is no capture: the reader needs no more.
+        EXPECT_EQ(reader.AddLine("05"), expected == nullptr) << lines.front();
         std::vector<std::uint8_t> bytes;
         std::string error;
         EXPECT_EQ(reader.Finish(bytes, error), expected == nullptr) << lines.front();

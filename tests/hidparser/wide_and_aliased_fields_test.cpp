@@ -3,6 +3,7 @@
 // refusing them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <tuple>
@@ -152,6 +153,27 @@ TEST(WideFields, DescriptorOrderDecidesBetweenAWideAndANarrowFieldOfOneUsage)
         EXPECT_EQ(GetValue(blob, HidP_Input, kVendorPage, link, 0x20, report, value), HIDP_STATUS_SUCCESS);
         EXPECT_EQ(value, expected) << link;
     }
+}
+
+// An array of 40-bit slots: the index sits in the low 32 bits, and a set or
+// cleared slot is written whole.
+TEST(WideFields, SelectorArraySlotsWiderThan32Bits)
+{
+    DescriptorBuilder b;
+    b.UsagePage(0x20).Usage(0xE1).Collection(CollectionType::Application).ReportId(3);
+    b.LogicalMinimum(0).LogicalMaximum(5).ReportSize(40).ReportCount(2);
+    b.UsageMinimum(0x840).UsageMaximum(0x845).Feature(main_item::kDataArrayAbs);
+    b.EndCollection();
+    PreparsedBlob blob = ParseSingle(b.Build());
+    std::vector<CHAR> report = EmptyReport(blob, HidP_Feature, 3);
+    ASSERT_EQ(report.size(), 1u + 10);
+    std::fill(report.begin() + 1, report.end(), static_cast<CHAR>(0xFF));  // out of range: free slots
+    ASSERT_EQ(SetUsages(blob, HidP_Feature, 0x20, 0, {0x842}, report), HIDP_STATUS_SUCCESS);
+    const std::vector<std::uint8_t> set = {3, 2, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    EXPECT_EQ(std::vector<std::uint8_t>(report.begin(), report.end()), set);
+    EXPECT_EQ(GetUsages(blob, HidP_Feature, 0x20, 0, report), std::vector<USAGE>{0x842});
+    ASSERT_EQ(UnsetUsages(blob, HidP_Feature, 0x20, 0, {0x842}, report), HIDP_STATUS_SUCCESS);
+    EXPECT_EQ(std::count(report.begin() + 1, report.begin() + 6, 0), 5);
 }
 
 // Usage 0x20, a delimiter set {0x30, 0x31, 0x32}, usage 0x40: three

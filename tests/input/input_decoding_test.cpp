@@ -7,6 +7,7 @@
 
 #include "host/common/fault_injection.h"
 #include "platform/hidpi.h"
+#include "sensors/sensor_keys.h"
 #include "tests/sensors/custom_sensor_test_support.h"
 
 namespace testdriver {
@@ -62,6 +63,34 @@ TEST(InputDecoding, ValuesAreScaledBySignExponentAndUnitAsDeclared)
         ASSERT_EQ(samples.size(), 1u);
         EXPECT_EQ(Lines(samples[0].values), (std::vector<std::string>{TimestampLine(kStartTicks), c.expected}));
     }
+}
+
+TEST(InputDecoding, ValueBeyondTheCachedMaximumIsPassedUnchangedWithOneWarning)
+{
+    // The feature report gives custom value 1 a maximum of 10.
+    hs::SensorSpec sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
+    sensor.features.push_back(
+        hs::Property(hs::Modified(hs::CustomValueUsage(1), hs::kModMaximum), 16, -32767, 32767));
+    Bytes feature = FeatureReport(1, 100, {u"0x210"});
+    feature.push_back(10);
+    feature.push_back(0);
+    ClientBed t(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer({sensor})).WithFeature(1, feature));
+    ASSERT_EQ(t.Sensor(0)->PropertyCache()->FieldMaximum[1].Get(), 10.0f);
+
+    auto linesOfOneRead = [&](std::uint32_t raw, std::string* passed) {
+        t.bed.Trace().Clear();
+        const std::vector<cx::Sample> samples = t.Feed(InputReport(t.Hid(), 1, {raw}, {2}));
+        EXPECT_EQ(samples.size(), 1u);
+        if (!samples.empty())
+            *passed = Lines(samples[0].values)[1];
+        return t.bed.Trace().Lines().size();
+    };
+    std::string passed;
+    const std::size_t inRange = linesOfOneRead(5, &passed);
+    EXPECT_EQ(passed, Custom(7, "UI4 5"));
+    const std::size_t above = linesOfOneRead(600, &passed);
+    EXPECT_EQ(passed, Custom(7, "UI4 600"));
+    EXPECT_EQ(above, inRange + 1);
 }
 
 TEST(InputDecoding, CustomUsageIsAnnouncedOnceAndCountsTwiceInTheFirstReport)
@@ -175,6 +204,32 @@ TEST(InputDecoding, SensorWhoseRegistrationFailedIgnoresItsReports)
     }
 }
 
+TEST(InputDecoding, UpdatesOutsideTheListChangeNothingAndATimestampOnlySensorNeverDelivers)
+{
+    {
+        ClientBed t(OneCustomSensor({Field(1, 16, -32767, 32767, 0), Field(2, 16, -32767, 32767, 0)}));
+        CustomSensor& sensor = *t.Sensor(0);
+        const std::vector<std::string> before = Lines(*sensor.Record()->Data);
+        PROPVARIANT value = {};
+        value.vt = VT_UI4;
+        value.ulVal = 9;
+        // Custom value 3 and the timestamp are not among the counted entries.
+        const PROPERTYKEY foreign[] = {kCustomValueKeys[2], kTimestampKey, {kSensorDataFmtid, 7}};
+        for (const PROPERTYKEY& key : foreign)
+            EXPECT_EQ(sensor.UpdateDataField(&key, &value), STATUS_SUCCESS);
+        EXPECT_EQ(sensor.PropertyCache()->PendingFieldCount, 0u);
+        EXPECT_EQ(Lines(*sensor.Record()->Data), before);
+        EXPECT_EQ(t.samples->Size(), 0u);
+    }
+    {
+        hs::ValueField all = Field(1, 16, -32767, 32767, 0);
+        all.usage = hs::kCustomValueAll;
+        ClientBed t(OneCustomSensor({all}));
+        ASSERT_EQ(t.Sensor(0)->Record()->Data->Count, 1u);
+        EXPECT_TRUE(t.Feed(InputReport(t.Hid(), 1, {5}, {2})).empty());
+    }
+}
+
 TEST(InputDecoding, EachSensorReadsOnlyItsOwnReport)
 {
     // Two custom sensors with the same usages: report 2 updates only the second.
@@ -239,6 +294,10 @@ TEST(InputDecoding, RealDescriptorWithTwentyEightValuesDeliversThemAllScaled)
     ClientBed t(HidDeviceConfig{}.WithDescriptor(LoadDescriptor("hutrr39-cus4")).WithFeature(0, feature));
     ASSERT_EQ(t.client->SensorCount(), 1u);
     ASSERT_EQ(t.Sensor(0)->Record()->Data->Count, 31u);
+    // Timestamp, custom usage, boolean array and 28 values: 8 + 20 x 31 and 8 + 48 x 31 bytes.
+    EXPECT_EQ(t.client->GetSupportedDataFields(0).size, 628u);
+    EXPECT_EQ(t.Sensor(0)->Record()->Data->AllocatedSizeInBytes, 1496u);
+    EXPECT_EQ(Lines(*t.client->GetProperties(0).list)[5], Prop(22, "UI4 1496"));
     RealDescriptorReport report(t.Hid(), 0);
     report.Set(0x541, 0x1234).Set(0x542, 0x00FF);
     for (int k = 1; k <= 28; ++k)

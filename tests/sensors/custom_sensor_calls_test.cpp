@@ -2,11 +2,18 @@
 // size-query pattern of every list, intervals and thresholds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "host/common/fault_injection.h"
 #include "tests/sensors/custom_sensor_test_support.h"
 
 namespace testdriver {
 namespace {
+
+PROPERTYKEY DataKey(DWORD pid)
+{
+    return {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, pid};
+}
 
 HidDeviceConfig GestureTap(std::uint32_t intervalMs = 100)
 {
@@ -129,8 +136,23 @@ TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
     };
     EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_R4, 2.5f)).status, STATUS_SUCCESS);
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    // Another type stores nothing, but the requested values still go to the device.
+    t.bed.Sim().ClearTraffic();
     EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_UI4, 7.0f)).status, STATUS_SUCCESS);
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
+    std::vector<int> kinds;
+    for (const host::hidsim::TrafficEvent& event : t.bed.Traffic())
+        kinds.push_back(static_cast<int>(event.kind));
+    EXPECT_FALSE(kinds.empty());
+    EXPECT_EQ(kinds.front(), static_cast<int>(TrafficKind::GetFeature));
+    EXPECT_NE(std::find(kinds.begin(), kinds.end(), static_cast<int>(TrafficKind::SetFeature)), kinds.end());
+    // An entry with another key starts no write-back at all.
+    t.bed.Sim().ClearTraffic();
+    SENSOR_VALUE_PAIR other = {};
+    other.Key = DataKey(99);
+    other.Value.vt = VT_R4;
+    EXPECT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&other, 1)).status, STATUS_SUCCESS);
+    EXPECT_TRUE(t.bed.Traffic().empty());
     for (ULONG position = 0; position < kThresholdPositions; ++position)
         EXPECT_EQ(record.DataThresholds[position].load(), position == 3 ? 2.5f : 0.0f);
 }

@@ -26,5 +26,6 @@ check 2 directory "$tool" inspect "$dir"
 check 2 "binary /dev/zero" "$tool" inspect --binary /dev/zero
 check 2 "text /dev/zero" "$tool" inspect /dev/zero
 check 2 "50 MB pipe" sh -c "head -c 50000000 /dev/zero | \"$tool\" inspect --binary -"
+check 2 "endless hex text" sh -c "yes '05 20 09 01' | \"$tool\" inspect -"
 check 1 "full standard output" sh -c "\"$tool\" inspect \"$data\" >/dev/full"
 [ "$failures" -eq 0 ]

@@ -88,6 +88,24 @@ TEST(Examples, TracingAtEveryLevelAndFlagChangesNoEvent)
     }
 }
 
+TEST(Examples, HumanRenderingShowsTheSameEvents)
+{
+    for (const auto& path : Examples()) {
+        SCOPED_TRACE(path.filename().string());
+        std::ostringstream json, human, err;
+        ASSERT_EQ(RunCommandLine({"run", path.string()}, json, err), 0);
+        ASSERT_EQ(RunCommandLine({"run", "--human", path.string()}, human, err), 0);
+        // One headline per event, each starting with the time in seconds.
+        std::istringstream jsonLines(json.str()), humanLines(human.str());
+        std::size_t events = 0, headlines = 0;
+        for (std::string line; std::getline(jsonLines, line);)
+            ++events;
+        for (std::string line; std::getline(humanLines, line);)
+            headlines += line.size() > 11 && line.compare(9, 2, " s") == 0;
+        EXPECT_EQ(headlines, events);
+    }
+}
+
 TEST(Examples, TheSameScenarioPrintsTheSameLines)
 {
     const auto examples = Examples();

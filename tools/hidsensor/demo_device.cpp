@@ -59,16 +59,32 @@ std::vector<ValueField> Values(int count, std::uint8_t bits, std::int64_t min, s
     return values;
 }
 
-// Feature report of a custom sensor: all events, full power, 100 ms, and the
-// description string that tells the driver its kind.
-std::vector<std::uint8_t> CustomFeature(std::uint8_t reportId, const std::u16string& description)
+// A custom sensor with its friendly name among the feature properties, after
+// the description.
+SensorSpec NamedCustomSensor(std::vector<ValueField> values)
 {
-    std::vector<std::uint8_t> report = {reportId, 1, 1, 100, 0, 0, 0};
+    SensorSpec sensor = CustomSensor(kDescriptionChars, std::move(values));
+    sensor.features.push_back(StringProperty(kFriendlyName, kDescriptionChars));
+    return sensor;
+}
+
+void AppendString(std::vector<std::uint8_t>& report, const std::u16string& text)
+{
     for (std::size_t i = 0; i < kDescriptionChars; ++i) {
-        const char16_t c = i < description.size() ? description[i] : u'\0';
+        const char16_t c = i < text.size() ? text[i] : u'\0';
         report.push_back(static_cast<std::uint8_t>(c & 0xFF));
         report.push_back(static_cast<std::uint8_t>(c >> 8));
     }
+}
+
+// Feature report of a custom sensor: all events, full power, 100 ms, the
+// description string that tells the driver its kind, and the friendly name.
+std::vector<std::uint8_t> CustomFeature(std::uint8_t reportId, const std::u16string& description,
+                                        const std::u16string& friendlyName)
+{
+    std::vector<std::uint8_t> report = {reportId, 1, 1, 100, 0, 0, 0};
+    AppendString(report, description);
+    AppendString(report, friendlyName);
     return report;
 }
 
@@ -130,12 +146,12 @@ std::uint32_t ActivityWord(std::uint32_t code, std::uint32_t confidencePercent)
 
 std::vector<std::uint8_t> DemoDescriptor()
 {
-    const SensorSpec tap = CustomSensor(kDescriptionChars, Values(1, 16, 0, 3, 0));
-    const SensorSpec lidAngle = CustomSensor(kDescriptionChars, Values(1, 16, 0, 3600, -1));
-    const SensorSpec activity = CustomSensor(kDescriptionChars, Values(7, 32, 0, 0x7FFFFFFF, 0));
-    const SensorSpec pedometer = CustomSensor(kDescriptionChars, Values(5, 32, 0, 0x7FFFFFFF, 0));
-    const SensorSpec relative = CustomSensor(kDescriptionChars, Values(4, 16, -10000, 10000, -4));
-    const SensorSpec simple = CustomSensor(kDescriptionChars, Values(1, 32, 0, 5, 0));
+    const SensorSpec tap = NamedCustomSensor(Values(1, 16, 0, 3, 0));
+    const SensorSpec lidAngle = NamedCustomSensor(Values(1, 16, 0, 3600, -1));
+    const SensorSpec activity = NamedCustomSensor(Values(7, 32, 0, 0x7FFFFFFF, 0));
+    const SensorSpec pedometer = NamedCustomSensor(Values(5, 32, 0, 0x7FFFFFFF, 0));
+    const SensorSpec relative = NamedCustomSensor(Values(4, 16, -10000, 10000, -4));
+    const SensorSpec simple = NamedCustomSensor(Values(1, 32, 0, 5, 0));
     return BuildSensorContainer({Accelerometer(), tap, lidAngle, activity, pedometer, relative, simple});
 }
 
@@ -150,12 +166,12 @@ Scenario DemoScenario()
     device.strings.product = u"Contoso Sensor Hub";
     device.strings.serialNumber = u"CSH-0001";
     device.features[kAccelerometer] = {kAccelerometer, 100, 0, 0, 0};
-    device.features[kGestureTap] = CustomFeature(kGestureTap, u"0x210");
-    device.features[kLidAngle] = CustomFeature(kLidAngle, u"Contoso lid angle");
-    device.features[kActivity] = CustomFeature(kActivity, u"0x232");
-    device.features[kPedometer] = CustomFeature(kPedometer, u"0x230");
-    device.features[kRelativeOrientation] = CustomFeature(kRelativeOrientation, u"0x200");
-    device.features[kSimpleOrientation] = CustomFeature(kSimpleOrientation, u"0x205");
+    device.features[kGestureTap] = CustomFeature(kGestureTap, u"0x210", u"Tap");
+    device.features[kLidAngle] = CustomFeature(kLidAngle, u"Contoso lid angle", u"Lid angle");
+    device.features[kActivity] = CustomFeature(kActivity, u"0x232", u"Activity");
+    device.features[kPedometer] = CustomFeature(kPedometer, u"0x230", u"Pedometer");
+    device.features[kRelativeOrientation] = CustomFeature(kRelativeOrientation, u"0x200", u"Relative orientation");
+    device.features[kSimpleOrientation] = CustomFeature(kSimpleOrientation, u"0x205", u"Device orientation");
 
     scenario.registry.push_back({"KPX_ActivitySensor", "HistorySampleReportInterval", kHistorySampleMs});
 

@@ -113,8 +113,9 @@ bool ReadText(InputFile& file, const DescriptorInputLimits& limits, std::vector<
     return reader.Finish(descriptor, reason);
 }
 
-// The path as a message shows it: control characters escaped.
-std::string Shown(const std::string& path)
+}  // namespace
+
+std::string PrintablePath(const std::string& path)
 {
     std::string shown;
     for (const char c : path) {
@@ -131,8 +132,6 @@ std::string Shown(const std::string& path)
     return shown;
 }
 
-}  // namespace
-
 bool ReadDescriptorInput(const std::string& path, bool binary, std::vector<std::uint8_t>& descriptor,
                          std::string& err, const DescriptorInputLimits& limits)
 {
@@ -143,7 +142,7 @@ bool ReadDescriptorInput(const std::string& path, bool binary, std::vector<std::
                                                       : ReadText(file, limits, descriptor, reason));
     if (ok) return true;
     descriptor.clear();
-    err = Shown(path) + ": " + reason + "\n";
+    err = PrintablePath(path) + ": " + reason + "\n";
     return false;
 }
 

@@ -22,4 +22,7 @@ struct DescriptorInputLimits {
 bool ReadDescriptorInput(const std::string& path, bool binary, std::vector<std::uint8_t>& descriptor,
                          std::string& err, const DescriptorInputLimits& limits = {});
 
+// A path as messages show it: control characters escaped (\x1b).
+std::string PrintablePath(const std::string& path);
+
 }  // namespace hidsensor

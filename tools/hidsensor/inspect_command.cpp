@@ -42,7 +42,7 @@ int InspectFile(const std::string& path, const InspectOptions& options, std::str
     std::vector<std::uint8_t> descriptor;
     if (!ReadDescriptorInput(path, options.binary, descriptor, err))
         return 2;
-    return InspectDescriptor(descriptor, options, path, out, err);
+    return InspectDescriptor(descriptor, options, PrintablePath(path), out, err);
 }
 
 }  // namespace hidsensor

@@ -30,7 +30,12 @@ std::string Quote(const std::string& text)
 
 std::string Status(NTSTATUS status)
 {
-    return "\"" + sx::FormatStatus(status) + "\"";
+    // Appended piecewise: "literal" + std::string trips GCC 12's -Wrestrict
+    // false positive at -O3.
+    std::string quoted(1, '"');
+    quoted += sx::FormatStatus(status);
+    quoted += '"';
+    return quoted;
 }
 
 std::vector<std::string> ListLines(const sx::CollectionListCopy& list)
@@ -278,6 +283,9 @@ private:
             status = host_->ReleaseHardware();
         } else if (name == "Unload") {
             host_->Unload();
+            // The device is gone; a later DeviceAdd binds a new client.
+            clientSubscriptions_.clear();
+            client_.reset();
         }
         printer_.Print(Make("pnp").Add("callback", Quote(name)).Add("status", Status(status)));
     }
@@ -404,7 +412,8 @@ private:
         printer_.Print(event);
     }
 
-    // Retrievals that completed during the step print after its own event.
+    // Retrievals that completed during the step (inside a driver's own wait)
+    // print after its own event; driver threads are not let run here.
     void AfterStep()
     {
         if (client_ == nullptr)
@@ -418,8 +427,7 @@ private:
             const std::size_t index = ClientIndex(sensor);
             if (index == SIZE_MAX)
                 continue;
-            while (std::optional<sx::HistoryCompletion> done =
-                       client_->WaitHistoryRetrieval(index, std::chrono::milliseconds(0)))
+            while (std::optional<sx::HistoryCompletion> done = client_->TakeHistoryCompletion(index))
                 PrintHistory(sensor, *done);
         }
     }
