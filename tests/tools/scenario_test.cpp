@@ -285,7 +285,7 @@ TEST(Demo, EveryPublishedSensorDeliversAndTheRunIsQuick)
     ASSERT_EQ(RunCommandLine({"demo"}, summary, err), 0);
     EXPECT_NE(summary.str().find("Totals: 6 sensors published"), std::string::npos) << summary.str();
     // The activity history samples every 5 s for the minute and is retrieved whole.
-    EXPECT_NE(summary.str().find("sensor 2 history retrieved: 12 records, status \"0x00000000\""), std::string::npos)
+    EXPECT_NE(summary.str().find("Activity history retrieved: 12 records, status \"0x00000000\""), std::string::npos)
         << summary.str();
     // The pedometer history samples every 10 s, each sample a change.
     EXPECT_NE(summary.str().find("sensor 3 history retrieved: 6 records, status \"0x00000000\""), std::string::npos)
