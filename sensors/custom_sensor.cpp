@@ -17,7 +17,6 @@ constexpr GUID kTraceMessageGuid = {
 // Sensor-state values of the sensor property list.
 constexpr ULONG kSensorStateReady = 2;
 constexpr ULONG kSensorStateStopped = 1;
-constexpr ULONG kSensorStateEntry = 3;
 
 // Record position of custom value 1's change sensitivity.
 constexpr ULONG kCustomValue1ThresholdPosition = 3;
@@ -102,11 +101,16 @@ NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
 {
+    SetSensorStateProperty(state, sensorStateEntry_);
+}
+
+void CustomSensor::SetSensorStateProperty(ULONG state, ULONG entry) noexcept
+{
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
-    if (properties == nullptr)
+    if (properties == nullptr || entry >= properties->Count)
         return;
     std::lock_guard lock(publishedListsLock_);
-    PROPVARIANT& value = properties->List[kSensorStateEntry].Value;
+    PROPVARIANT& value = properties->List[entry].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
 }
@@ -175,8 +179,8 @@ NTSTATUS CustomSensor::GetDataFieldProperties(SENSOROBJECT /*sensor*/, const PRO
                                               PSENSOR_COLLECTION_LIST /*properties*/, ULONG* size)
 {
     TRACE_ENTRY();
-    // The data-field property list is built for every custom sensor but served
-    // only by the orientation sensors.
+    // The data-field property list is built for every custom sensor but never
+    // served from here; the orientation sensors keep this answer too.
     if (size != nullptr)
         *size = 0;
     TRACE_ERROR(STATUS_NOT_SUPPORTED, GetFriendlyName());

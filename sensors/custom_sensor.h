@@ -21,6 +21,7 @@
 #include "hid/custom_sensor_kind.h"
 #include "input/input_report.h"
 #include "sensors/hid_sensor.h"
+#include "sensors/sensor_lists.h"
 
 inline constexpr ULONG kDefaultReportIntervalMs = 100;
 inline constexpr ULONG kMinimumReportIntervalMs = 50;
@@ -74,8 +75,43 @@ protected:
     // Builds the data-field key vector from the sensor's own input report and
     // sets the presence flags of the fields it finds.
     NTSTATUS BuildDataFieldKeys();
-    // Writes `state` into the sensor-state entry of the sensor property list.
+    // Writes `state` into the sensor-state entry of the sensor property list
+    // (entry `entry` for subclasses whose list puts it elsewhere).
     void SetSensorStateProperty(ULONG state) noexcept;
+    void SetSensorStateProperty(ULONG state, ULONG entry) noexcept;
+    // Where the one-argument form writes it: 3 in the custom sensor's own list,
+    // whose third entry is the HID usage; 2 in the subclasses', which have none.
+    void SetSensorStateEntry(ULONG entry) noexcept { sensorStateEntry_ = entry; }
+    // Guards the published lists a callback writes while another copies them.
+    std::mutex& PublishedListsLock() noexcept { return publishedListsLock_; }
+
+    // The steps that every subclass's registration shares. The first builds
+    // the key vector, sets the persistent unique ID and creates the platform
+    // sensor bound to this object (failing to bind deletes it again:
+    // STATUS_INSUFFICIENT_RESOURCES). The last initializes it with the
+    // enumeration list and marks the sensor registered.
+    NTSTATUS CreateBoundSensorObject();
+    NTSTATUS InitializeSensorObject();
+
+    // Answers a published list that callbacks may rewrite: a wrong handle
+    // gives STATUS_UNSUCCESSFUL (size 0 when asked for), then the size-query
+    // pattern, with `refresh` run on the list first, under the lock.
+    template <class Refresh>
+    NTSTATUS AnswerGuardedList(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST source, PSENSOR_COLLECTION_LIST target,
+                               ULONG* size, Refresh refresh)
+    {
+        if (!NT_SUCCESS(CheckHandle(sensor))) {
+            if (size != nullptr)
+                *size = 0;
+            return STATUS_UNSUCCESSFUL;
+        }
+        if (size == nullptr)
+            return STATUS_INVALID_PARAMETER;
+        std::lock_guard lock(publishedListsLock_);
+        if (source != nullptr)
+            refresh(source);
+        return AnswerCollectionList(source, target, size);
+    }
 
 private:
     // The usages every custom sensor handles alike (state and event as values,
@@ -89,6 +125,7 @@ private:
 
     SensorPropertyCache* cache_ = nullptr;
     std::mutex publishedListsLock_;
+    ULONG sensorStateEntry_ = 3;
     // The data list the index below was built for (null: none), and per custom
     // data pid 5..34 the entries holding it, one bit per entry. The keys of a
     // data list never change, so the index stays exact; a list of more than

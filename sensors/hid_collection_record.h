@@ -17,6 +17,7 @@
 #include "platform/sensorscx.h"
 
 class HidDevice;
+class SensorHistory;
 
 inline constexpr ULONG kCustomSensorObjectKind = 17;  // usage 0xE1 collections
 inline constexpr ULONG kOtherSensorObjectKind = 19;   // every other sensor collection
@@ -95,6 +96,7 @@ struct HidCollectionRecord : HeapObject {
     std::atomic<ULONG> forceDelivery{1};  // deliver the next sample whatever the filter says
 
     // History.
+    SensorHistory* History = nullptr;  // owned by the activity or pedometer sensor; null for others
     ULONG historySupported = 0;
     ULONG minRetrievalSize = 0;
     void* HistoryBuffer = nullptr;  // heap block owned by the record

@@ -89,6 +89,8 @@ void HidSensor::DeleteSensorObject() noexcept
     ReleaseListValues(record.DataFieldProperties);
     ReleaseListValues(record.Thresholds);
     ReleaseListValues(record.Data);
+    // A history timer is the SENSOROBJECT's child: deleted first, not left dangling.
+    DeleteTimer();
     WdfObjectDelete(record.SensorObject);
     record.SensorObject = nullptr;
     record.EnumerationProperties = nullptr;

@@ -245,3 +245,41 @@ NTSTATUS CustomSensor::RegisterSensor()
     TRACE_EXIT(status);
     return status;
 }
+
+NTSTATUS CustomSensor::CreateBoundSensorObject()
+{
+    HidCollectionRecord& record = *Record();
+    NTSTATUS status = BuildDataFieldKeys();
+    if (!NT_SUCCESS(status))
+        return status;
+
+    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
+        CoCreateGuid(&record.PersistentUniqueId);
+
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
+    SENSOROBJECT sensor = nullptr;
+    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.SensorObject = sensor;
+
+    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
+    if (context == nullptr) {
+        DeleteSensorObject();
+        return STATUS_INSUFFICIENT_RESOURCES;
+    }
+    context->Sensor = this;
+    return STATUS_SUCCESS;
+}
+
+NTSTATUS CustomSensor::InitializeSensorObject()
+{
+    HidCollectionRecord& record = *Record();
+    SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), record.EnumerationProperties};
+    const NTSTATUS status = SensorsCxSensorInitialize(record.SensorObject, &config);
+    if (NT_SUCCESS(status))
+        record.IsRegistered.store(1, std::memory_order_relaxed);
+    return status;
+}

@@ -22,12 +22,27 @@ inline constexpr GUID kSensorCategoryCustom = {
     0x2C90E7A9, 0xF4C9, 0x4FA2, {0xAF, 0x37, 0x56, 0xD4, 0x71, 0xFE, 0x5A, 0x3D}};
 inline constexpr GUID kFallbackVendorSubtype = {
     0x23D274E9, 0x9C7A, 0x43B6, {0x90, 0x26, 0x37, 0x7A, 0x5D, 0x6C, 0x0A, 0x38}};
+// The custom sensor's category is the platform's "other" category.
+inline constexpr GUID kSensorCategoryOther = kSensorCategoryCustom;
+inline constexpr GUID kMotionSensorCategory = {
+    0xCD09DAF1, 0x3B2E, 0x4C3D, {0xB5, 0x98, 0xB5, 0xE5, 0xFF, 0x93, 0xFD, 0x46}};
+inline constexpr GUID kRelativeOrientationSensorType = {
+    0x40993B51, 0x4706, 0x44DC, {0x98, 0xD5, 0xC9, 0x20, 0xC0, 0x37, 0xFF, 0xAB}};
+inline constexpr GUID kSimpleDeviceOrientationSensorType = {
+    0x86A19291, 0x0482, 0x402C, {0xBF, 0x4C, 0xAD, 0xDA, 0xC5, 0x2B, 0x1C, 0x39}};
 
 // Data fields.
 inline constexpr PROPERTYKEY kTimestampKey = {kSensorDataFmtid, 2};
 inline constexpr PROPERTYKEY kThresholdKey = {kSensorDataFmtid, 161};
 inline constexpr PROPERTYKEY kCustomUsageKey = {kCustomDataFmtid, 5};
 inline constexpr PROPERTYKEY kCustomBooleanArrayKey = {kCustomDataFmtid, 6};
+// Orientation: the four quaternion components (W, X, Y, Z) and the simple
+// device orientation value.
+inline constexpr PROPERTYKEY kQuaternionWKey = {kSensorDataFmtid, 70};
+inline constexpr PROPERTYKEY kQuaternionXKey = {kSensorDataFmtid, 71};
+inline constexpr PROPERTYKEY kQuaternionYKey = {kSensorDataFmtid, 72};
+inline constexpr PROPERTYKEY kQuaternionZKey = {kSensorDataFmtid, 73};
+inline constexpr PROPERTYKEY kSimpleDeviceOrientationKey = {kSensorDataFmtid, 120};
 
 namespace sensor_keys_detail {
 constexpr PROPERTYKEY CustomValueKey(int k)
@@ -51,6 +66,7 @@ inline constexpr PROPERTYKEY kCustomValueKeys[28] = {
 // Sensor properties (P) and device properties (D).
 inline constexpr PROPERTYKEY kSensorTypeKey = {kSensorPropertyFmtid, 2};
 inline constexpr PROPERTYKEY kSensorCategoryKey = {kSensorPropertyFmtid, 3};
+inline constexpr PROPERTYKEY kIsPrimaryKey = {kSensorPropertyFmtid, 5};
 inline constexpr PROPERTYKEY kFriendlyNameKey = {kSensorPropertyFmtid, 6};
 inline constexpr PROPERTYKEY kManufacturerKey = {kSensorPropertyFmtid, 7};
 inline constexpr PROPERTYKEY kModelKey = {kSensorPropertyFmtid, 8};

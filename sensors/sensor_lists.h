@@ -18,6 +18,9 @@ void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key,
 void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, const GUID& clsid) noexcept;
 void SetEntryUInt32(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, ULONG value) noexcept;
 void SetEntryFloat(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, float value) noexcept;
+void SetEntryInt64(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, LONGLONG value) noexcept;
+// VT_BOOL: VARIANT_TRUE or VARIANT_FALSE.
+void SetEntryBool(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, bool value) noexcept;
 
 // Frees what the values of the first Count entries own (strings, CLSIDs).
 void ReleaseListValues(PSENSOR_COLLECTION_LIST list) noexcept;

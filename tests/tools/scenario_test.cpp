@@ -293,6 +293,22 @@ TEST(Demo, EveryPublishedSensorDeliversAndTheRunIsQuick)
     std::ostringstream summary;
     ASSERT_EQ(RunCommandLine({"demo"}, summary, err), 0);
     EXPECT_NE(summary.str().find("Totals: 6 sensors published"), std::string::npos) << summary.str();
+    // The activity history samples every 5 s for the minute and is retrieved whole.
+    EXPECT_NE(summary.str().find("Activity history retrieved: 12 records, status \"0x00000000\""), std::string::npos)
+        << summary.str();
+    // The pedometer history samples every 10 s, each sample a change.
+    EXPECT_NE(summary.str().find("Pedometer history retrieved: 6 records, status \"0x00000000\""), std::string::npos)
+        << summary.str();
+    // The minute's steps: 40 walking in 20 s, then 60 running in 20 s.
+    EXPECT_NE(summary.str().find("59.000 s  Pedometer: after reset false, step type 1, steps 0, step ms 0, step type 2, "
+                                 "steps 40, step ms 20000, step type 4, steps 60, step ms 20000"),
+              std::string::npos)
+        << summary.str();
+    // The device picked up, turned, laid down again.
+    for (const char* orientation :
+         {"20.000 s  Device orientation: orientation 5", "35.000 s  Device orientation: orientation 3",
+          "50.000 s  Device orientation: orientation 1"})
+        EXPECT_NE(summary.str().find(orientation), std::string::npos) << orientation;
 }
 
 }  // namespace

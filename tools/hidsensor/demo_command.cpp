@@ -50,8 +50,15 @@ std::string FieldName(const PROPERTYKEY& key)
         return "custom boolean array";
     if (SameGuid(key.fmtid, kCustomData) && key.pid >= 7 && key.pid <= 34)
         return "custom value " + std::to_string(key.pid - 6);
-    if (SameGuid(key.fmtid, kSensorData))
-        return "data " + std::to_string(key.pid);
+    if (SameGuid(key.fmtid, kSensorData)) {
+        static const std::map<DWORD, std::string> kDataNames = {
+            {70, "quaternion w"}, {71, "quaternion x"}, {72, "quaternion y"}, {73, "quaternion z"},
+            {120, "orientation"}, {130, "activity"},    {131, "confidence"},   {140, "step type"},
+            {141, "steps"},       {142, "step ms"},     {143, "after reset"},
+        };
+        const auto it = kDataNames.find(key.pid);
+        return it != kDataNames.end() ? it->second : "data " + std::to_string(key.pid);
+    }
     return sx::FormatPropertyKey(key);
 }
 
@@ -75,6 +82,8 @@ public:
             Line(event.t, "contract broken: " + event.fields.front().second);
         else if (event.name == "pnp")
             Pnp(event);
+        else if (event.name == "historyComplete")
+            History(event);
     }
 
     void Totals()
@@ -169,6 +178,10 @@ private:
             Line(event.t, NameOf(sensor) + " stopped");
         } else if (call == "\"SetDataInterval\"") {
             Line(event.t, NameOf(sensor) + " data interval set");
+        } else if (call == "\"StartHistory\"") {
+            Line(event.t, NameOf(sensor) + " history recording started");
+        } else if (call == "\"StopHistory\"") {
+            Line(event.t, NameOf(sensor) + " history recording stopped");
         }
     }
 
@@ -187,6 +200,30 @@ private:
             }
         }
         Line(event.t, NameOf(sensor) + ": " + values);
+    }
+
+    // One line per record: its time, then its fields.
+    void History(const Event& event)
+    {
+        const std::string sensor = Field(event, "sensor");
+        const std::string status = Field(event, "status");
+        std::vector<std::string> records;
+        if (event.list) {
+            for (const SENSOR_VALUE_PAIR& entry : *event.list) {
+                const std::optional<std::string> value = sx::ValueJson(entry.Value);
+                if (SameGuid(entry.Key.fmtid, kSensorData) && entry.Key.pid == 2) {
+                    records.push_back("");
+                    continue;
+                }
+                if (records.empty())
+                    records.push_back("");
+                records.back() += (records.back().empty() ? "" : ", ") + FieldName(entry.Key) + " " + value.value_or("-");
+            }
+        }
+        Line(event.t, NameOf(sensor) + " history retrieved: " + std::to_string(records.size()) + " records, status " +
+                          status);
+        for (const std::string& record : records)
+            out_ << "             " << record << "\n";
     }
 
     std::map<std::string, std::string> sensors_;

@@ -26,6 +26,16 @@ enum DemoSensor : std::uint8_t {
     kSimpleOrientation,
 };
 constexpr int kPublishedSensors = 6;  // all but the accelerometer
+constexpr int kPublishedActivity = 2;
+// The activity history takes a sample every 5 s; a retrieval list of 8 bytes
+// of header and 144 bytes per record holds the whole minute.
+constexpr std::uint32_t kHistorySampleMs = 5000;
+constexpr std::uint32_t kHistoryListBytes = 8 + 144 * 12;
+// The pedometer's history takes a sample every 10 s, just after each of its
+// reports: six records of 11 entries (528 bytes) each.
+constexpr int kPublishedPedometer = 3;
+constexpr std::uint32_t kPedometerHistorySampleMs = 10000;
+constexpr std::uint32_t kPedometerHistoryListBytes = 8 + 528 * 6;
 // Every input report of a read is as long as the longest of the collection
 // (the activity sensor's: ID, two selectors, seven 32-bit words); shorter
 // reports are padded with zeros, as the HID class driver delivers them.
@@ -98,6 +108,17 @@ public:
         steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
     }
     void Advance(std::uint64_t ms) { steps_.emplace_back(std::in_place_type<AdvanceStep>, AdvanceStep{ms}); }
+    void RetrieveHistory(int sensor, std::uint32_t bytes)
+    {
+        CallStep call;
+        call.name = "StartHistoryRetrieval";
+        call.sensor = static_cast<std::size_t>(sensor);
+        call.bytes = bytes;
+        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
+        WaitStep wait;
+        wait.sensor = static_cast<std::size_t>(sensor);
+        steps_.emplace_back(std::in_place_type<WaitStep>, wait);
+    }
 
     // One input report: ID, sensor state (ready), event (data updated), values.
     void Input(std::uint8_t reportId, const std::vector<std::uint32_t>& values, int bytesEach)
@@ -152,17 +173,24 @@ Scenario DemoScenario()
     device.features[kRelativeOrientation] = CustomFeature(kRelativeOrientation, u"0x200", u"Relative orientation");
     device.features[kSimpleOrientation] = CustomFeature(kSimpleOrientation, u"0x205", u"Device orientation");
 
+    scenario.registry.push_back({"KPX_ActivitySensor", "HistorySampleReportInterval", kHistorySampleMs});
+    scenario.registry.push_back({"KPX_PedometerSensor", "HistorySampleReportInterval", kPedometerHistorySampleMs});
+
     Script script(scenario.steps);
     for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
         script.Call("GetSupportedDataFields", sensor);
     for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
         script.Call("Start", sensor);
     script.SetInterval(4, 250);  // relative orientation, faster
+    script.Call("StartHistory", kPublishedActivity);
+    script.Call("StartHistory", kPublishedPedometer);
 
     // A minute: a walk that turns into a run, with the device on a desk at the
     // start and picked up at 20 s.
-    std::uint32_t steps = 0;
-    std::uint32_t stepMs = 0;
+    std::uint32_t walkingSteps = 0;
+    std::uint32_t walkingMs = 0;
+    std::uint32_t runningSteps = 0;
+    std::uint32_t runningMs = 0;
     std::uint32_t orientation = 1;  // face up
     for (int second = 0; second < 60; ++second) {
         if (second % 5 == 0) {
@@ -172,12 +200,16 @@ Scenario DemoScenario()
             script.Input(kActivity,
                          {ActivityWord(code, confidence), ActivityWord(6, 100 - confidence), 0, 0, 0, 0, 0}, 4);
         }
-        if (second >= 20) {
-            steps += second >= 40 ? 3 : 2;
-            stepMs += 1000;
+        if (second >= 40) {
+            runningSteps += 3;
+            runningMs += 1000;
+        } else if (second >= 20) {
+            walkingSteps += 2;
+            walkingMs += 1000;
         }
+        // The device's counts since its reset, which the first report flags.
         if (second % 10 == 9)
-            script.Input(kPedometer, {second == 9 ? 1u : 0u, steps, stepMs, 0, 0}, 4);
+            script.Input(kPedometer, {second == 9 ? 1u : 0u, walkingSteps, walkingMs, runningSteps, runningMs}, 4);
         if (second % 2 == 0) {
             const double angle = 0.05 * second;
             const auto component = [](double v) { return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(v * 10000)) & 0xFFFF); };
@@ -195,6 +227,10 @@ Scenario DemoScenario()
             script.Input(kGestureTap, {second == 13 ? 2u : 1u}, 2);
         script.Advance(1000);
     }
+    script.RetrieveHistory(kPublishedActivity, kHistoryListBytes);
+    script.Call("StopHistory", kPublishedActivity);
+    script.RetrieveHistory(kPublishedPedometer, kPedometerHistoryListBytes);
+    script.Call("StopHistory", kPublishedPedometer);
     for (int sensor = 0; sensor < kPublishedSensors; ++sensor)
         script.Call("Stop", sensor);
     return scenario;

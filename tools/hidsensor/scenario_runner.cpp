@@ -414,6 +414,7 @@ private:
         event.Add("size", std::to_string(done.size));
         event.Add("list", sx::CollectionListJson(done.list));
         event.details = ListLines(done.list);
+        event.list = done.list;
         printer_.Print(event);
     }
 

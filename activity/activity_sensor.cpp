@@ -1,0 +1,589 @@
+#include "activity/activity_sensor.h"
+
+#include <cstring>
+
+#include "history/history_keys.h"
+#include "platform/com.h"
+#include "platform/propsys.h"
+#include "platform/sensorsutils.h"
+#include "platform/system.h"
+#include "sensors/sensor_instance_extension.h"
+#include "sensors/sensor_lists.h"
+#include "tracing/trace.h"
+
+namespace {
+constexpr GUID kTraceMessageGuid = {
+    0x5B2E9D04, 0x7C1A, 0x4F63, {0x8A, 0x95, 0x1E, 0x6D, 0x30, 0xC2, 0x4B, 0x87}};
+
+constexpr GUID kActivitySensorType = {
+    0x9D9E0118, 0x1807, 0x4F2E, {0x96, 0xE4, 0x2C, 0xE5, 0x71, 0x42, 0xE1, 0x96}};
+constexpr GUID kSensorCategoryMotion = {
+    0xCD09DAF1, 0x3B2E, 0x4C3D, {0xB5, 0x98, 0xB5, 0xE5, 0xFF, 0x93, 0xFD, 0x46}};
+constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
+constexpr PROPERTYKEY kSupportedActivitiesKey = {kSensorPropertyFmtid, 60};
+
+constexpr ULONG kActivitySlots = 7;  // custom values 1..7
+constexpr ULONG kDataEntries = 1 + 2 * kActivitySlots;
+constexpr ULONG kRecordEntries = 3;
+constexpr ULONG kEnumerationEntries = 10;
+constexpr ULONG kPropertyEntries = 11;
+constexpr ULONG kDataFieldPropertyEntries = 3;
+constexpr ULONG kThresholdEntries = 3;
+constexpr ULONG kSensorStateEntry = 2;
+constexpr ULONG kSensorStateStarted = 2;
+constexpr ULONG kSensorStateStopped = 1;
+
+constexpr ULONG kStationary = 0x02;
+constexpr ULONG kUnknownActivity = 0x01;
+constexpr USHORT kInitialConfidence = 100;
+constexpr ULONG kAllActivities = 127;
+constexpr USHORT kDefaultConfidenceThreshold = 30;
+constexpr float kProperty23Value = 2.0f;
+constexpr USHORT kMaxConfidence = 100;
+constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
+
+constexpr ULONG kModeFiltered = 1;
+constexpr ULONG kModeEverySample = 2;
+constexpr ULONG kModeHistory = 4;
+
+void SetFileTime(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, const FILETIME& time)
+{
+    entry.Key = key;
+    InitPropVariantFromFileTime(&time, &entry.Value);
+}
+
+void SetUInt16(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
+{
+    entry.Key = key;
+    entry.Value = PROPVARIANT{};
+    entry.Value.vt = VT_UI2;
+    entry.Value.uiVal = value;
+}
+
+void SetUInt32(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, ULONG value)
+{
+    entry.Key = key;
+    entry.Value = PROPVARIANT{};
+    entry.Value.vt = VT_UI4;
+    entry.Value.ulVal = value;
+}
+
+void SetBool(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
+{
+    entry.Key = key;
+    entry.Value = PROPVARIANT{};
+    entry.Value.vt = VT_BOOL;
+    entry.Value.boolVal = static_cast<VARIANT_BOOL>(value);
+}
+
+bool IsCustomValue(const PROPERTYKEY& key, ULONG* k)
+{
+    if (!IsEqualGUID(key.fmtid, kCustomDataFmtid))
+        return false;
+    const ULONG slot = key.pid - kCustomValueKeys[0].pid + 1;
+    if (slot < 1 || slot > kActivitySlots)
+        return false;
+    *k = slot;
+    return true;
+}
+}  // namespace
+
+ULONG ActivityStateFromCode(ULONG word) noexcept
+{
+    switch ((word >> 4) & 0xFF) {
+    case 1:
+        return 0x08;  // walking
+    case 2:
+        return 0x10;  // running
+    case 3:
+        return 0x40;  // biking
+    case 4:
+        return 0x20;  // in vehicle
+    case 5:
+        return kStationary;
+    case 6:
+        return 0x04;  // fidgeting
+    default:
+        return kUnknownActivity;
+    }
+}
+
+USHORT ActivityConfidence(ULONG word, bool* clamped) noexcept
+{
+    const ULONG percent = ((word >> 12) & 0x7FF) / 10;
+    *clamped = percent > kMaxConfidence;
+    return static_cast<USHORT>(*clamped ? kMaxConfidence : percent);
+}
+
+ActivitySensor::ActivitySensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
+                               USHORT linkCollection, ULONG sensorIndex, PCWSTR manufacturer,
+                               PCWSTR product, PCWSTR serialNumber, PCWSTR instanceName) noexcept
+    : CustomSensor(device, owner, sensorObjectKind, usage, linkCollection, sensorIndex, manufacturer,
+                   product, serialNumber, instanceName)
+{
+    if (!IsValid())
+        return;
+    subscribedActivities_.store(kAllActivities, std::memory_order_relaxed);
+    confidenceThreshold_.store(kDefaultConfidenceThreshold, std::memory_order_relaxed);
+    // Without its history the sensor is not created at all: every later
+    // operation relies on it, so discovery skips the collection instead.
+    history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Activity);
+    if (history_ == nullptr) {
+        TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
+        MarkConstructionFailed();
+        return;
+    }
+    history_->requestedInterval.store(Record()->CurrentReportInterval.load(std::memory_order_relaxed),
+                                      std::memory_order_relaxed);
+}
+
+ActivitySensor::~ActivitySensor()
+{
+    if (history_ != nullptr) {
+        // The worker and the timer go before the SENSOROBJECT they use.
+        history_->Shutdown();
+        Record()->History = nullptr;
+        delete history_;
+        history_ = nullptr;
+    }
+    DriverHeapFree(readerThresholds_);
+    readerThresholds_ = nullptr;
+}
+
+void ActivitySensor::FillThresholds(PSENSOR_COLLECTION_LIST list) const noexcept
+{
+    list->AllocatedSizeInBytes = SENSOR_COLLECTION_LIST_SIZE(kThresholdEntries);
+    list->Count = kThresholdEntries;
+    SetBool(list->List[0], kActivityStreamThresholdKey, streamEntry_.load(std::memory_order_relaxed));
+    SetUInt32(list->List[1], kSubscribedActivitiesThresholdKey,
+              subscribedActivities_.load(std::memory_order_relaxed));
+    SetUInt16(list->List[2], kActivityConfidenceThresholdKey,
+              confidenceThreshold_.load(std::memory_order_relaxed));
+}
+
+NTSTATUS ActivitySensor::RegisterSensor()
+{
+    TRACE_ENTRY();
+    HidCollectionRecord& record = *Record();
+    NTSTATUS status = BuildDataFieldKeys();
+    if (!NT_SUCCESS(status)) {
+        TRACE_ERROR(status, GetFriendlyName());
+        TRACE_EXIT(status);
+        return status;
+    }
+    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
+        CoCreateGuid(&record.PersistentUniqueId);
+
+    WDF_OBJECT_ATTRIBUTES attributes;
+    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
+    SENSOROBJECT sensor = nullptr;
+    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
+    if (!NT_SUCCESS(status)) {
+        TRACE_ERROR(status, GetFriendlyName());
+        TRACE_EXIT(status);
+        return status;
+    }
+    record.SensorObject = sensor;
+    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
+    if (context == nullptr)
+        status = STATUS_INSUFFICIENT_RESOURCES;
+    else
+        context->Sensor = this;
+    if (NT_SUCCESS(status))
+        status = history_->Initialize(*this);
+    ULONG failedStep = 0;
+    if (NT_SUCCESS(status))
+        status = BuildLists(&failedStep);
+    // Up to the enumeration list a failure takes the platform sensor back;
+    // later ones leave it and its lists to the destructor.
+    if (!NT_SUCCESS(status) && failedStep <= 4)
+        DeleteSensorObject();
+    if (NT_SUCCESS(status)) {
+        SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), record.EnumerationProperties};
+        status = SensorsCxSensorInitialize(sensor, &config);
+        if (NT_SUCCESS(status)) {
+            record.SensorObject = sensor;
+            record.IsRegistered.store(1, std::memory_order_relaxed);
+        }
+    }
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
+// Lists 1 to 7 in order; *failedStep names the one that failed.
+NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
+{
+    HidCollectionRecord& record = *Record();
+    SensorPropertyCache& cache = *PropertyCache();
+    const SENSOROBJECT sensor = record.SensorObject;
+
+    *failedStep = 1;
+    PSENSOR_PROPERTY_LIST fields = nullptr;
+    if (!NT_SUCCESS(CreatePropertyList(sensor, 3, &fields)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.SupportedDataFields = fields;
+    fields->List[0] = kTimestampKey;
+    fields->List[1] = kActivityStateKey;
+    fields->List[2] = kActivityConfidenceKey;
+
+    *failedStep = 2;
+    PSENSOR_COLLECTION_LIST data = nullptr;
+    if (!NT_SUCCESS(CreateCollectionList(sensor, kDataEntries, &data)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.Data = data;
+    FILETIME now = {};
+    GetSystemTimeAsFileTime(&now);
+    SetFileTime(data->List[0], kTimestampKey, now);
+    for (ULONG j = 1; j <= kActivitySlots; ++j) {
+        SetUInt32(data->List[2 * j - 1], kActivityStateKey, kStationary);
+        SetUInt16(data->List[2 * j], kActivityConfidenceKey, kInitialConfidence);
+    }
+
+    *failedStep = 3;
+    auto* delivered = static_cast<PSENSOR_COLLECTION_LIST>(DriverHeapAlloc(data->AllocatedSizeInBytes));
+    readerThresholds_ = static_cast<PSENSOR_COLLECTION_LIST>(
+        DriverHeapAllocZeroed(SENSOR_COLLECTION_LIST_SIZE(kThresholdEntries)));
+    if (delivered == nullptr || readerThresholds_ == nullptr) {
+        DriverHeapFree(delivered);
+        return STATUS_INSUFFICIENT_RESOURCES;
+    }
+    std::memcpy(delivered, data, data->AllocatedSizeInBytes);
+    delivered->Count = kRecordEntries;
+    DriverHeapFree(history_->lastDelivered);
+    history_->lastDelivered = delivered;
+    record.minRetrievalSize = CollectionsListGetMarshalledSizeWithoutSerialization(delivered);
+
+    const ULONG historySize = record.historySupported != 0
+                                  ? (record.minRetrievalSize - 8) * history_->MaxEntries() + 8
+                                  : 0;
+    const ULONG minimumInterval = record.MinimumReportInterval.load(std::memory_order_relaxed);
+
+    *failedStep = 4;
+    PSENSOR_COLLECTION_LIST enumeration = nullptr;
+    if (!NT_SUCCESS(CreateCollectionList(sensor, kEnumerationEntries, &enumeration)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.EnumerationProperties = enumeration;
+    SetEntry(enumeration, 0, kSensorTypeKey, kActivitySensorType);
+    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
+    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
+    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
+    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
+    SetEntry(enumeration, 5, kSensorCategoryKey, kSensorCategoryMotion);
+    SetEntryUInt32(enumeration, 6, kMinimumDataIntervalKey, minimumInterval);
+    SetEntryFloat(enumeration, 7, kSensorProperty23Key, kProperty23Value);
+    SetEntryUInt32(enumeration, 8, kSupportedActivitiesKey, kAllActivities);
+    SetEntryUInt32(enumeration, 9, kHistorySizeKey, historySize);
+
+    *failedStep = 5;
+    PSENSOR_COLLECTION_LIST properties = nullptr;
+    if (!NT_SUCCESS(CreateCollectionList(sensor, kPropertyEntries, &properties)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.SensorProperties = properties;
+    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
+    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
+    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
+    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey, minimumInterval);
+    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
+    SetEntry(properties, 5, kSensorTypeKey, kActivitySensorType);
+    SetEntryFloat(properties, 6, kSensorProperty23Key, kProperty23Value);
+    SetEntryUInt32(properties, 7, kSupportedActivitiesKey, kAllActivities);
+    SetEntryUInt32(properties, 8, kHistorySizeKey, historySize);
+    SetEntryUInt32(properties, 9, kHistoryIntervalKey, history_->SampleReportInterval());
+    SetEntryUInt32(properties, 10, kHistoryRecordSizeKey, record.minRetrievalSize);
+
+    *failedStep = 6;
+    PSENSOR_COLLECTION_LIST fieldProperties = nullptr;
+    if (!NT_SUCCESS(CreateCollectionList(sensor, kDataFieldPropertyEntries, &fieldProperties)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.DataFieldProperties = fieldProperties;
+    SetEntryFloat(fieldProperties, 0, kResolutionKey, 1.0f);
+    SetEntryFloat(fieldProperties, 1, kRangeMinimumKey, 0.0f);
+    SetEntryFloat(fieldProperties, 2, kRangeMaximumKey, 100.0f);
+
+    *failedStep = 7;
+    PSENSOR_COLLECTION_LIST thresholds = nullptr;
+    if (!NT_SUCCESS(CreateCollectionList(sensor, kThresholdEntries, &thresholds)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.Thresholds = thresholds;
+    FillThresholds(thresholds);
+    *failedStep = 0;
+    return STATUS_SUCCESS;
+}
+
+NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
+{
+    TRACE_ENTRY();
+    const NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status)) {
+        HidCollectionRecord& record = *Record();
+        record.forceDelivery.store(1, std::memory_order_relaxed);
+        record.RequestedReportingState.store(1, std::memory_order_relaxed);
+        record.RequestedPowerState.store(2, std::memory_order_relaxed);
+        if (history_->streamFlag.load(std::memory_order_relaxed) != 0) {
+            record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
+            record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
+            record.BatchInterval.store(0, std::memory_order_relaxed);
+            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
+                                               std::memory_order_relaxed);
+        } else {
+            // The device reports as fast as it can; the host filters.
+            record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
+            record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
+            record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
+                                               std::memory_order_relaxed);
+        }
+        record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
+        PropertyCache()->RequestedVendorValues[static_cast<ULONG>(RequestedVendor::ActSubscribedActivities)]
+            .store(kAllActivities, std::memory_order_relaxed);
+        ReadFeatureReport(1);
+        SetSensorStateProperty(kSensorStateStarted, kSensorStateEntry);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::Stop(SENSOROBJECT sensor)
+{
+    TRACE_ENTRY();
+    const NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status)) {
+        HidCollectionRecord& record = *Record();
+        const ULONG mode = record.modeFlags.fetch_and(~(kModeFiltered | kModeEverySample), std::memory_order_relaxed);
+        if ((mode & kModeFiltered) != 0)
+            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
+                                               std::memory_order_relaxed);
+        if ((record.modeFlags.load(std::memory_order_relaxed) & kModeHistory) != 0) {
+            // The device keeps reporting at the history's pace.
+            record.BatchInterval.store(history_->MaxEntries() * history_->SampleReportInterval(),
+                                       std::memory_order_relaxed);
+            record.CurrentReportInterval.store(history_->SampleReportInterval(), std::memory_order_relaxed);
+            record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
+            ReadFeatureReport(1);
+        } else {
+            record.RequestedReportingState.store(0, std::memory_order_relaxed);
+            record.RequestedPowerState.store(1, std::memory_order_relaxed);
+            ReadFeatureReport(0);
+        }
+        SetSensorStateProperty(kSensorStateStopped, kSensorStateEntry);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && dataRateMs == nullptr)
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status)) {
+        ReadFeatureReport(0);
+        const HidCollectionRecord& record = *Record();
+        if (history_->requestedInterval.load(std::memory_order_relaxed) <
+            record.MinimumReportInterval.load(std::memory_order_relaxed))
+            history_->requestedInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
+        *dataRateMs = history_->requestedInterval.load(std::memory_order_relaxed);
+    } else {
+        TRACE_ERROR(status, GetFriendlyName());
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    HidCollectionRecord& record = *Record();
+    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
+        status = STATUS_UNSUCCESSFUL;
+    if (NT_SUCCESS(status)) {
+        history_->requestedInterval.store(dataRateMs, std::memory_order_relaxed);
+        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
+        ReadFeatureReport(0);
+        record.forceDelivery.store(1, std::memory_order_relaxed);
+    } else {
+        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
+                                           ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status)) {
+        if (thresholds != nullptr)
+            streamEntry_.store(history_->streamFlag.load(std::memory_order_relaxed) != 0 ? 0xFFFF : 0,
+                               std::memory_order_relaxed);
+        // Answered from a list built here, so that no two callers write one list.
+        alignas(SENSOR_COLLECTION_LIST) unsigned char storage[SENSOR_COLLECTION_LIST_SIZE(kThresholdEntries)];
+        auto* own = reinterpret_cast<PSENSOR_COLLECTION_LIST>(storage);
+        FillThresholds(own);
+        status = AnswerCollectionList(own, thresholds, size);
+    } else if (size != nullptr) {
+        *size = 0;
+    }
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && thresholds == nullptr)
+        status = STATUS_INVALID_PARAMETER;
+    if (!NT_SUCCESS(status)) {
+        TRACE_ERROR(status, GetFriendlyName());
+        TRACE_EXIT(status);
+        return status;
+    }
+    HidCollectionRecord& record = *Record();
+    for (ULONG i = 0; i < thresholds->Count; ++i) {
+        const SENSOR_VALUE_PAIR& entry = thresholds->List[i];
+        if (IsEqualPropertyKey(entry.Key, kActivityStreamThresholdKey)) {
+            const LONG flag = entry.Value.boolVal;  // VARIANT_TRUE is -1
+            history_->streamFlag.store(static_cast<ULONG>(flag), std::memory_order_relaxed);
+            streamEntry_.store(flag != 0 ? 0xFFFF : 0, std::memory_order_relaxed);
+            if (flag != 0) {
+                record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
+                record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
+            } else {
+                record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
+                record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
+            }
+        } else if (IsEqualPropertyKey(entry.Key, kSubscribedActivitiesThresholdKey)) {
+            subscribedActivities_.store(entry.Value.ulVal, std::memory_order_relaxed);
+        } else if (IsEqualPropertyKey(entry.Key, kActivityConfidenceThresholdKey)) {
+            confidenceThreshold_.store(entry.Value.uiVal, std::memory_order_relaxed);
+        }
+    }
+    TRACE_EXIT(STATUS_SUCCESS);
+    return STATUS_SUCCESS;
+}
+
+NTSTATUS ActivitySensor::GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                                PSENSOR_COLLECTION_LIST properties, ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, kActivityConfidenceThresholdKey))
+        status = STATUS_NOT_SUPPORTED;
+    if (NT_SUCCESS(status))
+        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
+    if (!NT_SUCCESS(status)) {
+        if (size != nullptr)
+            *size = 0;
+        TRACE_ERROR(status, GetFriendlyName());
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS ActivitySensor::StartHistory(SENSOROBJECT sensor)
+{
+    return history_->StartHistory(sensor);
+}
+
+NTSTATUS ActivitySensor::StopHistory(SENSOROBJECT sensor)
+{
+    return history_->StopHistory(sensor);
+}
+
+NTSTATUS ActivitySensor::ClearHistory(SENSOROBJECT sensor)
+{
+    return history_->ClearHistory(sensor);
+}
+
+NTSTATUS ActivitySensor::StartHistoryRetrieval(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST historyBuffer,
+                                               ULONG historySizeInBytes)
+{
+    return history_->StartHistoryRetrieval(sensor, historyBuffer, historySizeInBytes);
+}
+
+NTSTATUS ActivitySensor::CancelHistoryRetrieval(SENSOROBJECT sensor, ULONG* bytesWritten)
+{
+    return history_->CancelHistoryRetrieval(sensor, bytesWritten);
+}
+
+NTSTATUS ActivitySensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIANT* value)
+{
+    PSENSOR_COLLECTION_LIST data = Record()->Data;
+    ULONG k = 0;
+    if (data == nullptr || key == nullptr || value == nullptr || !IsCustomValue(*key, &k))
+        return STATUS_SUCCESS;
+    ULONG& pending = PropertyCache()->PendingFieldCount;
+    // A sample begins: the pairs of one abandoned at a read's first report go with it.
+    if (pending == 0)
+        history_->activityCount = 0;
+    if (value->vt == VT_UI4) {
+        bool clamped = false;
+        const USHORT confidence = ActivityConfidence(value->ulVal, &clamped);
+        if (clamped)
+            TRACE_WARNING(GetFriendlyName(), k, value->ulVal);
+        if (confidence != 0) {
+            SetUInt32(data->List[2 * k - 1], kActivityStateKey, ActivityStateFromCode(value->ulVal));
+            SetUInt16(data->List[2 * k], kActivityConfidenceKey, confidence);
+            ++history_->activityCount;
+        }
+    }
+    if (++pending != kActivitySlots)
+        return STATUS_SUCCESS;
+    return CompleteSample();
+}
+
+NTSTATUS ActivitySensor::CompleteSample()
+{
+    HidCollectionRecord& record = *Record();
+    PSENSOR_COLLECTION_LIST data = record.Data;
+    PropertyCache()->PendingFieldCount = 0;
+    data->Count = 2 * history_->activityCount + 1;
+    history_->activityCount = 0;
+
+    // The first slot as it stands, before any sorting: it may hold an earlier sample's pair.
+    HistoryRecord sample{};
+    PropVariantToFileTime(data->List[0].Value, PSTF_UTC, &sample.Activity.timestamp);
+    PropVariantToUInt32(data->List[1].Value, &sample.Activity.activityState);
+    PropVariantToUInt16(data->List[2].Value, &sample.Activity.confidence);
+    history_->CaptureSample(sample);
+
+    NTSTATUS status = STATUS_DATA_NOT_ACCEPTED;
+    bool deliver = false;
+    const ULONG mode = record.modeFlags.load(std::memory_order_relaxed);
+    if ((mode & kModeFiltered) != 0) {
+        FillThresholds(readerThresholds_);
+        status = CollectionsListSortSubscribedActivitiesByConfidence(readerThresholds_, data);
+        if (NT_SUCCESS(status)) {
+            deliver = record.forceDelivery.load(std::memory_order_relaxed) != 0 ||
+                      (EvaluateActivityThresholds(data, history_->lastDelivered, readerThresholds_) & 0xFF) != 0;
+        } else {
+            TRACE_ERROR(status, GetFriendlyName());
+        }
+    } else if ((mode & kModeEverySample) != 0) {
+        status = STATUS_SUCCESS;
+        deliver = true;
+    }
+    if (deliver) {
+        SensorsCxSensorDataReady(record.SensorObject, data);
+        record.forceDelivery.store(0, std::memory_order_relaxed);
+        PSENSOR_COLLECTION_LIST delivered = history_->lastDelivered;
+        const ULONG bytes = data->AllocatedSizeInBytes < delivered->AllocatedSizeInBytes
+                                ? data->AllocatedSizeInBytes
+                                : delivered->AllocatedSizeInBytes;
+        std::memmove(delivered, data, bytes);
+    } else {
+        status = STATUS_DATA_NOT_ACCEPTED;
+    }
+    history_->MarkNewSample();
+    return status;
+}

@@ -1,0 +1,20 @@
+// Keys of the activity and pedometer data, thresholds and history properties.
+#pragma once
+
+#include "sensors/sensor_keys.h"
+
+// Data fields and thresholds.
+inline constexpr PROPERTYKEY kActivityStateKey = {kSensorDataFmtid, 130};
+inline constexpr PROPERTYKEY kActivityConfidenceKey = {kSensorDataFmtid, 131};
+inline constexpr PROPERTYKEY kSubscribedActivitiesThresholdKey = {kSensorDataFmtid, 132};
+inline constexpr PROPERTYKEY kActivityStreamThresholdKey = {kSensorDataFmtid, 133};
+inline constexpr PROPERTYKEY kActivityConfidenceThresholdKey = {kSensorDataFmtid, 134};
+inline constexpr PROPERTYKEY kStepTypeKey = {kSensorDataFmtid, 140};
+inline constexpr PROPERTYKEY kStepCountKey = {kSensorDataFmtid, 141};
+inline constexpr PROPERTYKEY kStepDurationKey = {kSensorDataFmtid, 142};
+inline constexpr PROPERTYKEY kFirstAfterResetKey = {kSensorDataFmtid, 143};
+
+// Sensor properties of the history sensors.
+inline constexpr PROPERTYKEY kHistorySizeKey = {kSensorPropertyFmtid, 24};
+inline constexpr PROPERTYKEY kHistoryIntervalKey = {kSensorPropertyFmtid, 25};
+inline constexpr PROPERTYKEY kHistoryRecordSizeKey = {kSensorPropertyFmtid, 26};

@@ -1,0 +1,96 @@
+#include "orientation/orientation_lists.h"
+
+#include "platform/sensorsutils.h"
+#include "platform/system.h"
+#include "sensors/custom_sensor.h"
+#include "sensors/sensor_keys.h"
+#include "sensors/sensor_lists.h"
+
+namespace {
+constexpr ULONG kSensorPropertyEntries = 6;
+constexpr ULONG kDataFieldPropertyEntries = 3;
+constexpr ULONG kBaseEnumerationEntries = 6;
+
+// List memory failures become STATUS_INSUFFICIENT_RESOURCES, whatever the framework said.
+NTSTATUS MakeList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* list) noexcept
+{
+    return NT_SUCCESS(CreateCollectionList(sensor, count, list)) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
+}
+}  // namespace
+
+NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec& spec) noexcept
+{
+    HidCollectionRecord& record = *sensor.Record();
+    const SensorPropertyCache& cache = *sensor.PropertyCache();
+    const SENSOROBJECT object = record.SensorObject;
+    const ULONG fieldCount = static_cast<ULONG>(spec.DataKeys.size()) + 1;
+
+    PSENSOR_PROPERTY_LIST supported = nullptr;
+    if (!NT_SUCCESS(CreatePropertyList(object, fieldCount, &supported)))
+        return STATUS_INSUFFICIENT_RESOURCES;
+    record.SupportedDataFields = supported;
+    supported->List[0] = kTimestampKey;
+    for (ULONG i = 1; i < fieldCount; ++i)
+        supported->List[i] = spec.DataKeys[i - 1];
+
+    PSENSOR_COLLECTION_LIST data = nullptr;
+    NTSTATUS status = MakeList(object, fieldCount, &data);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.Data = data;
+    FILETIME now = {};
+    GetSystemTimeAsFileTime(&now);
+    data->List[0].Key = kTimestampKey;
+    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+    for (ULONG i = 1; i < fieldCount; ++i) {
+        if (spec.DataType == VT_UI4)
+            SetEntryUInt32(data, i, spec.DataKeys[i - 1], 0);
+        else
+            SetEntryFloat(data, i, spec.DataKeys[i - 1], 0.0f);
+    }
+
+    PSENSOR_COLLECTION_LIST enumeration = nullptr;
+    status = MakeList(object, kBaseEnumerationEntries + (spec.AnnouncesPrimary ? 1 : 0), &enumeration);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.EnumerationProperties = enumeration;
+    SetEntry(enumeration, 0, kSensorTypeKey, spec.SensorType);
+    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
+    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
+    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
+    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
+    SetEntry(enumeration, 5, kSensorCategoryKey, spec.Category);
+    if (spec.AnnouncesPrimary)
+        SetEntryBool(enumeration, 6, kIsPrimaryKey, true);
+
+    PSENSOR_COLLECTION_LIST properties = nullptr;
+    status = MakeList(object, kSensorPropertyEntries, &properties);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.SensorProperties = properties;
+    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
+    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
+    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
+    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
+                   record.MinimumReportInterval.load(std::memory_order_relaxed));
+    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
+    SetEntry(properties, 5, kSensorTypeKey, spec.SensorType);
+
+    PSENSOR_COLLECTION_LIST fieldProperties = nullptr;
+    status = MakeList(object, kDataFieldPropertyEntries, &fieldProperties);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.DataFieldProperties = fieldProperties;
+    SetEntryFloat(fieldProperties, 0, kResolutionKey, spec.Resolution);
+    SetEntryFloat(fieldProperties, 1, kRangeMinimumKey, spec.Minimum);
+    SetEntryFloat(fieldProperties, 2, kRangeMaximumKey, spec.Maximum);
+
+    PSENSOR_COLLECTION_LIST thresholds = nullptr;
+    status = MakeList(object, static_cast<ULONG>(spec.ThresholdKeys.size()), &thresholds);
+    if (!NT_SUCCESS(status))
+        return status;
+    record.Thresholds = thresholds;
+    for (ULONG i = 0; i < spec.ThresholdKeys.size(); ++i)
+        SetEntryFloat(thresholds, i, spec.ThresholdKeys[i], spec.InitialThreshold);
+    return STATUS_SUCCESS;
+}
