@@ -14,6 +14,20 @@
 namespace host::sensorscx {
 namespace {
 
+// The history size a sensor announces in its enumeration list; a sensor
+// without one (or with 0) keeps no history.
+bool PublishesHistory(const SensorState& state)
+{
+    constexpr PROPERTYKEY kHistorySize = {
+        {0xD4247382, 0x969D, 0x4F24, {0xBB, 0x14, 0xFB, 0x96, 0x71, 0x87, 0x0B, 0xBF}}, 24};
+    const CollectionListCopy enumeration = state.Enumeration();
+    for (const SENSOR_VALUE_PAIR& entry : enumeration) {
+        if (IsEqualPropertyKey(entry.Key, kHistorySize))
+            return entry.Value.vt == VT_UI4 && entry.Value.ulVal != 0;
+    }
+    return false;
+}
+
 using detail::Invoke;
 using Config = SENSOR_CONTROLLER_CONFIG;
 
@@ -317,8 +331,10 @@ CallResult Client::StartHistoryRetrieval(std::size_t sensor, ULONG bytes, CallOp
                       auto attempt = history.Begin(bytes, !options.nullOutput);
                       result.status = callback(
                           handle, attempt->buffer ? attempt->buffer->AsCollection() : nullptr, bytes);
-                      if (NT_SUCCESS(result.status))
+                      if (NT_SUCCESS(result.status) && PublishesHistory(state))
                           history.Accepted(attempt);
+                      else if (NT_SUCCESS(result.status))
+                          history.AcceptedWithoutHistory(attempt);
                       else
                           history.Refused(attempt);
                       return result;

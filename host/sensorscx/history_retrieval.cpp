@@ -56,6 +56,15 @@ void HistoryRetrievals::Accepted(const AttemptPtr& attempt)
     }
 }
 
+void HistoryRetrievals::AcceptedWithoutHistory(const AttemptPtr& attempt)
+{
+    std::lock_guard lock(mutex_);
+    if (starting_ == attempt)
+        starting_.reset();
+    if (attempt->phase == Attempt::Phase::Starting)
+        attempt->phase = Attempt::Phase::Finished;
+}
+
 void HistoryRetrievals::Refused(const AttemptPtr& attempt)
 {
     std::lock_guard lock(mutex_);

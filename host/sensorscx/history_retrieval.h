@@ -40,6 +40,10 @@ public:
     // Throws std::bad_alloc.
     AttemptPtr Begin(ULONG bytes, bool withBuffer);
     void Accepted(const AttemptPtr& attempt);
+    // A sensor that publishes no history (no history size in its enumeration
+    // list) may answer StartHistoryRetrieval with success and do nothing: no
+    // retrieval is opened, and none is owed a completion.
+    void AcceptedWithoutHistory(const AttemptPtr& attempt);
     void Refused(const AttemptPtr& attempt);
     void CancelReturned(NTSTATUS status);
     std::optional<HistoryCompletion> Wait(std::chrono::milliseconds timeout);

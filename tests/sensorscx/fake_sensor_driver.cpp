@@ -273,6 +273,7 @@ FakeSensor::FakeSensor()
 {
     enumeration.Set(0, 2, Clsid(kDataFmtid));
     enumeration.Set(1, 6, Str(u"Fake sensor"));
+    enumeration.Set(2, 24, Ui4(1000));  // keeps a history
     properties.Set(0, 20, Ui4(0));
     properties.Set(1, 7, Str(u"Manufacturer \"quoted\""));
     properties.Set(2, 21, Ui4(50));

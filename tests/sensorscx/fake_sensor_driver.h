@@ -94,7 +94,7 @@ struct FakeSensor {
     FakeSensor& operator=(const FakeSensor&) = delete;
 
     SENSOROBJECT handle = nullptr;
-    DriverList enumeration{2};
+    DriverList enumeration{3};  // type, name, history size
     DriverList properties{3};  // 8 + 3 * 48 + 2 * 22 bytes marshalled
     DriverList data{3};
     Misbehaviour misbehave;

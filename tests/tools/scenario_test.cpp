@@ -230,6 +230,25 @@ TEST(ScenarioFile, ClockStartsAtTheGivenUtcTime)
         EXPECT_FALSE(ParseUtcTime(bad)) << bad;
 }
 
+// A sensor without a history answers the history calls with success and
+// never completes a retrieval: that is its contract, not a broken one.
+TEST(Scenario, HistoryCallsOnASensorWithoutHistoryBreakNoContract)
+{
+    std::string error;
+    const std::optional<Scenario> scenario = ParseScenario(
+        With(R"("steps":[{"call":"StartHistoryRetrieval","sensor":0,"bytes":64},)"
+             R"({"call":"StartHistoryRetrieval","sensor":0,"bytes":64},)"
+             R"({"call":"CancelHistoryRetrieval","sensor":0}])"),
+        error);
+    ASSERT_TRUE(scenario) << error;
+    const Played played = Play(*scenario);
+    EXPECT_EQ(played.status, 0) << played.out;
+    EXPECT_EQ(played.out.find("violation"), std::string::npos) << played.out;
+    EXPECT_NE(played.out.find(R"("call":"CancelHistoryRetrieval","sensor":0,"status":"0x00000000","bytesWritten":0)"),
+              std::string::npos)
+        << played.out;
+}
+
 TEST(CommandLine, UsageErrorsNameTheArgumentAndExitWithTwo)
 {
     struct Case {
