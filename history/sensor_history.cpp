@@ -372,14 +372,23 @@ NTSTATUS SensorHistory::PopOldest(HistoryRecord* out) noexcept
     return status;
 }
 
-NTSTATUS SensorHistory::StartHistory(SENSOROBJECT sensor) noexcept
+// The shared entry of start, stop and clear: the sensor's own handle, a
+// history to work on (without one there is no lock to take), and bufferLock
+// held on success.
+NTSTATUS SensorHistory::EnterBufferOperation(SENSOROBJECT sensor) noexcept
 {
-    TRACE_ENTRY();
     NTSTATUS status = Check(sensor);
     if (NT_SUCCESS(status) && sensor_->Record()->historySupported == 0)
         status = STATUS_NOT_SUPPORTED;
     if (NT_SUCCESS(status) && !AcquireBufferLock())
         status = STATUS_INSUFFICIENT_RESOURCES;
+    return status;
+}
+
+NTSTATUS SensorHistory::StartHistory(SENSOROBJECT sensor) noexcept
+{
+    TRACE_ENTRY();
+    const NTSTATUS status = EnterBufferOperation(sensor);
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status);
         TRACE_EXIT(status);
@@ -425,12 +434,7 @@ NTSTATUS SensorHistory::StartHistory(SENSOROBJECT sensor) noexcept
 NTSTATUS SensorHistory::StopHistory(SENSOROBJECT sensor) noexcept
 {
     TRACE_ENTRY();
-    NTSTATUS status = Check(sensor);
-    // Without a history there is no lock to take and nothing to stop.
-    if (NT_SUCCESS(status) && sensor_->Record()->historySupported == 0)
-        status = STATUS_NOT_SUPPORTED;
-    if (NT_SUCCESS(status) && !AcquireBufferLock())
-        status = STATUS_INSUFFICIENT_RESOURCES;
+    const NTSTATUS status = EnterBufferOperation(sensor);
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status);
         TRACE_EXIT(status);
@@ -467,11 +471,7 @@ NTSTATUS SensorHistory::StopHistory(SENSOROBJECT sensor) noexcept
 NTSTATUS SensorHistory::ClearHistory(SENSOROBJECT sensor) noexcept
 {
     TRACE_ENTRY();
-    NTSTATUS status = Check(sensor);
-    if (NT_SUCCESS(status) && sensor_->Record()->historySupported == 0)
-        status = STATUS_NOT_SUPPORTED;
-    if (NT_SUCCESS(status) && !AcquireBufferLock())
-        status = STATUS_INSUFFICIENT_RESOURCES;
+    const NTSTATUS status = EnterBufferOperation(sensor);
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status);
         TRACE_EXIT(status);

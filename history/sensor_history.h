@@ -154,6 +154,7 @@ private:
     bool AcquireSampleLock() noexcept;
     void ReleaseSampleLock() noexcept;
     bool AcquireBufferLock() noexcept;
+    NTSTATUS EnterBufferOperation(SENSOROBJECT sensor) noexcept;
     void ReleaseBufferLock() noexcept;
     void EndWorker() noexcept;
 
