@@ -18,12 +18,12 @@ NTSTATUS MakeList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* lis
 }
 }  // namespace
 
-NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec& spec) noexcept
+NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape& shape) noexcept
 {
     HidCollectionRecord& record = *sensor.Record();
     const SensorPropertyCache& cache = *sensor.PropertyCache();
     const SENSOROBJECT object = record.SensorObject;
-    const ULONG fieldCount = static_cast<ULONG>(spec.DataKeys.size()) + 1;
+    const ULONG fieldCount = static_cast<ULONG>(shape.DataKeys.size()) + 1;
 
     PSENSOR_PROPERTY_LIST supported = nullptr;
     if (!NT_SUCCESS(CreatePropertyList(object, fieldCount, &supported)))
@@ -31,7 +31,7 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec&
     record.SupportedDataFields = supported;
     supported->List[0] = kTimestampKey;
     for (ULONG i = 1; i < fieldCount; ++i)
-        supported->List[i] = spec.DataKeys[i - 1];
+        supported->List[i] = shape.DataKeys[i - 1];
 
     PSENSOR_COLLECTION_LIST data = nullptr;
     NTSTATUS status = MakeList(object, fieldCount, &data);
@@ -43,24 +43,24 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec&
     data->List[0].Key = kTimestampKey;
     InitPropVariantFromFileTime(&now, &data->List[0].Value);
     for (ULONG i = 1; i < fieldCount; ++i) {
-        if (spec.DataType == VT_UI4)
-            SetEntryUInt32(data, i, spec.DataKeys[i - 1], 0);
+        if (shape.DataType == VT_UI4)
+            SetEntryUInt32(data, i, shape.DataKeys[i - 1], 0);
         else
-            SetEntryFloat(data, i, spec.DataKeys[i - 1], 0.0f);
+            SetEntryFloat(data, i, shape.DataKeys[i - 1], 0.0f);
     }
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
-    status = MakeList(object, kBaseEnumerationEntries + (spec.AnnouncesPrimary ? 1 : 0), &enumeration);
+    status = MakeList(object, kBaseEnumerationEntries + (shape.AnnouncesPrimary ? 1 : 0), &enumeration);
     if (!NT_SUCCESS(status))
         return status;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, spec.SensorType);
+    SetEntry(enumeration, 0, kSensorTypeKey, shape.SensorType);
     SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
     SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
     SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
     SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, spec.Category);
-    if (spec.AnnouncesPrimary)
+    SetEntry(enumeration, 5, kSensorCategoryKey, shape.Category);
+    if (shape.AnnouncesPrimary)
         SetEntryBool(enumeration, 6, kIsPrimaryKey, true);
 
     PSENSOR_COLLECTION_LIST properties = nullptr;
@@ -74,23 +74,23 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec&
     SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
                    record.MinimumReportInterval.load(std::memory_order_relaxed));
     SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, spec.SensorType);
+    SetEntry(properties, 5, kSensorTypeKey, shape.SensorType);
 
     PSENSOR_COLLECTION_LIST fieldProperties = nullptr;
     status = MakeList(object, kDataFieldPropertyEntries, &fieldProperties);
     if (!NT_SUCCESS(status))
         return status;
     record.DataFieldProperties = fieldProperties;
-    SetEntryFloat(fieldProperties, 0, kResolutionKey, spec.Resolution);
-    SetEntryFloat(fieldProperties, 1, kRangeMinimumKey, spec.Minimum);
-    SetEntryFloat(fieldProperties, 2, kRangeMaximumKey, spec.Maximum);
+    SetEntryFloat(fieldProperties, 0, kResolutionKey, shape.Resolution);
+    SetEntryFloat(fieldProperties, 1, kRangeMinimumKey, shape.Minimum);
+    SetEntryFloat(fieldProperties, 2, kRangeMaximumKey, shape.Maximum);
 
     PSENSOR_COLLECTION_LIST thresholds = nullptr;
-    status = MakeList(object, static_cast<ULONG>(spec.ThresholdKeys.size()), &thresholds);
+    status = MakeList(object, static_cast<ULONG>(shape.ThresholdKeys.size()), &thresholds);
     if (!NT_SUCCESS(status))
         return status;
     record.Thresholds = thresholds;
-    for (ULONG i = 0; i < spec.ThresholdKeys.size(); ++i)
-        SetEntryFloat(thresholds, i, spec.ThresholdKeys[i], spec.InitialThreshold);
+    for (ULONG i = 0; i < shape.ThresholdKeys.size(); ++i)
+        SetEntryFloat(thresholds, i, shape.ThresholdKeys[i], shape.InitialThreshold);
     return STATUS_SUCCESS;
 }

@@ -8,7 +8,7 @@
 
 class CustomSensor;
 
-struct OrientationListSpec {
+struct OrientationListShape {
     GUID SensorType;
     GUID Category;
     bool AnnouncesPrimary;                 // enumeration ends with "is primary", VT_BOOL true
@@ -26,4 +26,4 @@ struct OrientationListSpec {
 // properties and the thresholds of `sensor`, whose platform sensor exists. A
 // list that cannot be made gives STATUS_INSUFFICIENT_RESOURCES; the lists made
 // before it stay with the platform sensor.
-NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListSpec& spec) noexcept;
+NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape& shape) noexcept;

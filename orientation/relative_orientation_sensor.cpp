@@ -47,7 +47,7 @@ NTSTATUS RelativeOrientationSensor::RegisterSensor()
     if (NT_SUCCESS(status)) {
         record.historySupported = 0;
         record.minRetrievalSize = 0;
-        const OrientationListSpec spec = {kRelativeOrientationSensorType,
+        const OrientationListShape shape = {kRelativeOrientationSensorType,
                                           kMotionSensorCategory,
                                           false,
                                           kComponentKeys,
@@ -57,7 +57,7 @@ NTSTATUS RelativeOrientationSensor::RegisterSensor()
                                           kComponentMaximum,
                                           kComponentKeys,
                                           kInitialThreshold};
-        status = CreateOrientationLists(*this, spec);
+        status = CreateOrientationLists(*this, shape);
     }
     if (NT_SUCCESS(status))
         status = InitializeSensorObject();

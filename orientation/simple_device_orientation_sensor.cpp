@@ -37,7 +37,7 @@ NTSTATUS SimpleDeviceOrientationSensor::RegisterSensor()
     if (NT_SUCCESS(status)) {
         record.historySupported = 0;
         record.minRetrievalSize = 0;
-        const OrientationListSpec spec = {kSimpleDeviceOrientationSensorType,
+        const OrientationListShape shape = {kSimpleDeviceOrientationSensorType,
                                           kSensorCategoryOther,
                                           true,
                                           kOrientationKeys,
@@ -47,7 +47,7 @@ NTSTATUS SimpleDeviceOrientationSensor::RegisterSensor()
                                           kOrientationMaximum,
                                           {},
                                           0.0f};
-        status = CreateOrientationLists(*this, spec);
+        status = CreateOrientationLists(*this, shape);
     }
     if (NT_SUCCESS(status))
         status = InitializeSensorObject();

@@ -30,7 +30,7 @@ std::vector<std::uint8_t> Descriptor(int sensors)
 {
     hs::ValueField values = hs::CustomValue(1, 8, 0, 255);
     values.count = kReportBytes - 3;  // after the ID and the two selectors
-    std::vector<hs::SensorSpec> children(static_cast<std::size_t>(sensors), hs::CustomSensor(8, {values}));
+    std::vector<hs::SensorShape> children(static_cast<std::size_t>(sensors), hs::CustomSensor(8, {values}));
     return hs::BuildSensorContainer(children);
 }
 

@@ -43,11 +43,11 @@ bool Load(Fixture& fixture, std::string& error)
     std::vector<hs::ValueField> inputs;
     for (int k = 1; k <= kCustomValues; ++k)
         inputs.push_back(hs::CustomValue(k));
-    hs::SensorSpec spec = hs::CustomSensor(8, inputs);
-    spec.reportId = 1;
-    spec.features.push_back(hs::Property(0x530E, 32, 0, 0xFFFFFFFF));
+    hs::SensorShape shape = hs::CustomSensor(8, inputs);
+    shape.reportId = 1;
+    shape.features.push_back(hs::Property(0x530E, 32, 0, 0xFFFFFFFF));
     for (int k = 1; k <= kCustomValues; ++k)
-        spec.features.push_back(hs::Property(hs::Modified(hs::CustomValueUsage(k), hs::kModChangeSensitivityAbsolute),
+        shape.features.push_back(hs::Property(hs::Modified(hs::CustomValueUsage(k), hs::kModChangeSensitivityAbsolute),
                                              16, 0, 0xFFFF, -2));
     std::vector<std::uint8_t> report = {1, 1, 1, 100, 0, 0, 0};
     for (char16_t c : std::u16string(u"0x10\0\0\0\0", 8)) {
@@ -58,7 +58,7 @@ bool Load(Fixture& fixture, std::string& error)
 
     host::hidsim::DeviceError deviceError;
     fixture.device = host::hidsim::SimulatedHidDevice::Create(
-        host::hidsim::HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(spec)).WithFeature(1, report),
+        host::hidsim::HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(shape)).WithFeature(1, report),
         deviceError);
     if (fixture.device == nullptr) {
         error = deviceError.message;

@@ -85,11 +85,11 @@ std::vector<std::uint8_t> SensorContainer(std::size_t bytes)
 {
     std::vector<sensor::ValueField> values;
     for (int k = 1; k <= 8; ++k) values.push_back(sensor::CustomValue(k, 16, -32767, 32767, -2));
-    const sensor::SensorSpec sensorSpec = sensor::CustomSensor(32, values);
-    const std::size_t perSensor = sensor::BuildSensorContainer({sensorSpec, sensorSpec}).size() -
-                                  sensor::BuildSensorContainer({sensorSpec}).size();
+    const sensor::SensorShape sensorShape = sensor::CustomSensor(32, values);
+    const std::size_t perSensor = sensor::BuildSensorContainer({sensorShape, sensorShape}).size() -
+                                  sensor::BuildSensorContainer({sensorShape}).size();
     const std::size_t count = std::min<std::size_t>(bytes / perSensor, 252);
-    return sensor::BuildSensorContainer(std::vector<sensor::SensorSpec>(count, sensorSpec));
+    return sensor::BuildSensorContainer(std::vector<sensor::SensorShape>(count, sensorShape));
 }
 
 void BM_ParseSensorContainer(benchmark::State& state)
@@ -110,10 +110,10 @@ struct SensorFixture {
     {
         std::vector<sensor::ValueField> values;
         for (int k = 1; k <= 8; ++k) values.push_back(sensor::CustomValue(k, 16, -32767, 32767, -2));
-        const sensor::SensorSpec sensorSpec = sensor::CustomSensor(32, values);
+        const sensor::SensorShape sensorShape = sensor::CustomSensor(32, values);
         std::vector<PreparsedBlob> blobs;
         ParseError error;
-        ParseReportDescriptor(sensor::BuildSensorContainer({sensorSpec, sensorSpec}), blobs, error);
+        ParseReportDescriptor(sensor::BuildSensorContainer({sensorShape, sensorShape}), blobs, error);
         blob = blobs.at(0);
         HIDP_CAPS caps{};
         HidP_GetCaps(Preparsed(), &caps);

@@ -55,9 +55,9 @@ SelectorField ConnectionTypeSelector()
     return {kConnectionType, kConnectionIntegrated, 3, 8};
 }
 
-SensorSpec CustomSensor(std::uint16_t descriptionChars, std::vector<ValueField> values)
+SensorShape CustomSensor(std::uint16_t descriptionChars, std::vector<ValueField> values)
 {
-    SensorSpec sensor;
+    SensorShape sensor;
     sensor.usage = kCustomSensor;
     sensor.featureSelectors = {ReportingStateSelector(), PowerStateSelector()};
     sensor.features = {ReportIntervalProperty(), StringProperty(kDescription, descriptionChars)};
@@ -102,7 +102,7 @@ void AppendValue(DescriptorBuilder& b, const ValueField& value, bool feature)
 
 }  // namespace
 
-void AppendSensorFields(DescriptorBuilder& builder, const SensorSpec& sensor, std::uint8_t reportId)
+void AppendSensorFields(DescriptorBuilder& builder, const SensorShape& sensor, std::uint8_t reportId)
 {
     builder.UsagePage(kUsagePageSensor);
     if (reportId != 0) builder.ReportId(reportId);
@@ -112,7 +112,7 @@ void AppendSensorFields(DescriptorBuilder& builder, const SensorSpec& sensor, st
     for (const ValueField& value : sensor.inputs) AppendValue(builder, value, false);
 }
 
-std::vector<std::uint8_t> BuildSensorContainer(std::span<const SensorSpec> sensors, std::uint8_t reportIdBase)
+std::vector<std::uint8_t> BuildSensorContainer(std::span<const SensorShape> sensors, std::uint8_t reportIdBase)
 {
     DescriptorBuilder b;
     b.UsagePage(kUsagePageSensor).Usage(kSensorCollection).Collection(CollectionType::Application);
@@ -125,12 +125,12 @@ std::vector<std::uint8_t> BuildSensorContainer(std::span<const SensorSpec> senso
     return b.Build();
 }
 
-std::vector<std::uint8_t> BuildSensorContainer(std::initializer_list<SensorSpec> sensors, std::uint8_t reportIdBase)
+std::vector<std::uint8_t> BuildSensorContainer(std::initializer_list<SensorShape> sensors, std::uint8_t reportIdBase)
 {
-    return BuildSensorContainer(std::span<const SensorSpec>(sensors.begin(), sensors.size()), reportIdBase);
+    return BuildSensorContainer(std::span<const SensorShape>(sensors.begin(), sensors.size()), reportIdBase);
 }
 
-std::vector<std::uint8_t> BuildSingleSensor(const SensorSpec& sensor, CollectionType type)
+std::vector<std::uint8_t> BuildSingleSensor(const SensorShape& sensor, CollectionType type)
 {
     DescriptorBuilder b;
     b.UsagePage(kUsagePageSensor).Usage(sensor.usage).Collection(type);

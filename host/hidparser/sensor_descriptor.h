@@ -1,7 +1,7 @@
 // HID sensor descriptors stated compactly, for tests and examples. A sensor is
 // a list of feature and input fields on the Sensors page (0x20):
 //
-//   SensorSpec activity = CustomSensor(32, {CustomValue(1, 8, 0, 100), CustomValue(2, 16)});
+//   SensorShape activity = CustomSensor(32, {CustomValue(1, 8, 0, 100), CustomValue(2, 16)});
 //   auto container = BuildSensorContainer({activity, pedometer});  // report IDs 1, 2
 //
 // Usage conventions: the top four bits of a property or data-field usage carry
@@ -103,7 +103,7 @@ struct SelectorField {
     std::uint8_t bitSize = 8;
 };
 
-struct SensorSpec {
+struct SensorShape {
     std::uint16_t usage = kCustomSensor;
     std::uint8_t reportId = 0;  // single sensors only; 0 writes no Report ID
     std::vector<SelectorField> featureSelectors;
@@ -129,19 +129,19 @@ SelectorField ConnectionTypeSelector();  // 0x309: 0x830..0x832
 // and power state selectors, report interval and a description string of
 // `descriptionChars` characters; input report with sensor state and event
 // selectors followed by `values`.
-SensorSpec CustomSensor(std::uint16_t descriptionChars, std::vector<ValueField> values);
+SensorShape CustomSensor(std::uint16_t descriptionChars, std::vector<ValueField> values);
 
 // The fields of one sensor (no collection around them) into a builder.
-void AppendSensorFields(DescriptorBuilder& builder, const SensorSpec& sensor, std::uint8_t reportId);
+void AppendSensorFields(DescriptorBuilder& builder, const SensorShape& sensor, std::uint8_t reportId);
 
 // Application collection 0x0001 with one Physical child per sensor; sensor k
 // (0-based) uses report ID reportIdBase + k for input and feature.
-std::vector<std::uint8_t> BuildSensorContainer(std::span<const SensorSpec> sensors, std::uint8_t reportIdBase = 1);
-std::vector<std::uint8_t> BuildSensorContainer(std::initializer_list<SensorSpec> sensors,
+std::vector<std::uint8_t> BuildSensorContainer(std::span<const SensorShape> sensors, std::uint8_t reportIdBase = 1);
+std::vector<std::uint8_t> BuildSensorContainer(std::initializer_list<SensorShape> sensors,
                                                std::uint8_t reportIdBase = 1);
 
 // The sensor as a top-level collection of its own, with its reportId (if any).
-std::vector<std::uint8_t> BuildSingleSensor(const SensorSpec& sensor,
+std::vector<std::uint8_t> BuildSingleSensor(const SensorShape& sensor,
                                             CollectionType type = CollectionType::Application);
 
 }  // namespace host::hid::sensor

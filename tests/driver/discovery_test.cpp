@@ -103,7 +103,7 @@ TEST(Classification, EveryKindOfDescriptionCreatesItsClassAndName)
         {u"0x23", u"Other", IsPlainCustomSensor},
         {u"0x2320", u"Other", IsPlainCustomSensor},
     };
-    std::vector<hs::SensorSpec> children(std::size(cases), Custom());
+    std::vector<hs::SensorShape> children(std::size(cases), Custom());
     HidDeviceConfig config = HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(children));
     for (std::uint8_t id = 1; id <= std::size(cases); ++id)
         config.WithFeature(id, CustomFeatureReport(id, cases[id - 1].description, 16));
@@ -151,7 +151,7 @@ TEST(Classification, ALaterMatchingDescriptionOverridesAnEarlierOne)
 {
     // Two descriptions: the plain usage 0x308 and one with a modifier (0x2308), which classification strips.
     for (const auto& [second, name] : {std::pair{u"0x230", u"Pedometer-0"}, std::pair{u"nothing", u"Activity-0"}}) {
-        hs::SensorSpec sensor = hs::CustomSensor(8, {hs::CustomValue(1)});
+        hs::SensorShape sensor = hs::CustomSensor(8, {hs::CustomValue(1)});
         sensor.reportId = 1;
         sensor.features.push_back(hs::StringProperty(hs::Modified(hs::kDescription, hs::kModMaximum), 8));
         Bytes report = CustomFeatureReport(1, u"0x232", 8);
@@ -206,7 +206,7 @@ TEST(Discovery, GrandchildCollectionsAreNeitherSensorsNorIndexed)
 TEST(Discovery, SingleTopLevelCollections)
 {
     {  // Custom: a plain custom sensor whatever its description, no serial number.
-        hs::SensorSpec custom = Custom();
+        hs::SensorShape custom = Custom();
         custom.reportId = 4;
         DriverTestBed bed(HidDeviceConfig{}
                               .WithDescriptor(hs::BuildSingleSensor(custom))

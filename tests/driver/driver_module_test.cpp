@@ -74,7 +74,7 @@ private:
 
 HidDeviceConfig AccelerometerDevice()
 {
-    hs::SensorSpec accel;
+    hs::SensorShape accel;
     accel.usage = hs::kAccelerometer3D;
     for (std::uint16_t axis = 0; axis < 3; ++axis)
         accel.inputs.push_back(hs::Property(static_cast<std::uint16_t>(0x453 + axis), 16, -32767, 32767));

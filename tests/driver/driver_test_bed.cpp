@@ -33,16 +33,16 @@ Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std
     return report;
 }
 
-hs::SensorSpec Accelerometer(int axes)
+hs::SensorShape Accelerometer(int axes)
 {
-    hs::SensorSpec accel;
+    hs::SensorShape accel;
     accel.usage = hs::kAccelerometer3D;
     for (int i = 0; i < axes; ++i)
         accel.inputs.push_back(hs::Property(static_cast<std::uint16_t>(0x453 + i), 16, -32767, 32767));
     return accel;
 }
 
-hs::SensorSpec Custom(int values)
+hs::SensorShape Custom(int values)
 {
     std::vector<hs::ValueField> fields;
     for (int i = 1; i <= values; ++i)
@@ -52,7 +52,7 @@ hs::SensorSpec Custom(int values)
 
 HidDeviceConfig AccelerometerActivityPedometer()
 {
-    hs::SensorSpec accel = Accelerometer(2);
+    hs::SensorShape accel = Accelerometer(2);
     accel.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
         .WithDescriptor(hs::BuildSensorContainer({accel, Custom(), Custom()}))

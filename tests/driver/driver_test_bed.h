@@ -33,10 +33,10 @@ using host::hidsim::HidDeviceConfig;
 using host::hidsim::TrafficKind;
 
 // An accelerometer with `axes` 16-bit inputs (0x453...).
-hs::SensorSpec Accelerometer(int axes = 1);
+hs::SensorShape Accelerometer(int axes = 1);
 // A custom sensor with 16-character descriptions and `values` 16-bit values:
 // input reports of 3 + 2 * values bytes.
-hs::SensorSpec Custom(int values = 2);
+hs::SensorShape Custom(int values = 2);
 // A container of an accelerometer, an activity (0x232) and a pedometer (0x230)
 // custom sensor, with serial number, manufacturer and product.
 HidDeviceConfig AccelerometerActivityPedometer();

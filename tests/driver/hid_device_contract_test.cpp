@@ -47,7 +47,7 @@ TEST(HidDeviceContract, ClassificationWithoutADeviceOrFeatureValuesIsOther)
     EXPECT_EQ(ClassifyCustomCollection(nullptr, 0, 0), CustomSensorKind::Other);
 
     // Inputs only: nothing to read a description from, and no request for one.
-    hs::SensorSpec inputsOnly;
+    hs::SensorShape inputsOnly;
     inputsOnly.inputs = {hs::CustomValue(1)};
     DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(inputsOnly)));
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
@@ -139,7 +139,7 @@ TEST(HidDeviceContract, AFeatureValueWithReportCount0EndsClassificationWithTheKi
 
 TEST(HidDeviceContract, FeatureReportAnswersThatAreEmpty)
 {
-    hs::SensorSpec sensor = Custom(1);
+    hs::SensorShape sensor = Custom(1);
     sensor.reportId = 4;
     DriverTestBed bed(HidDeviceConfig{}
                           .WithDescriptor(hs::BuildSingleSensor(sensor))
@@ -170,7 +170,7 @@ TEST(HidDeviceContract, FeatureReportAnswersThatAreEmpty)
 
 TEST(HidDeviceContract, AnIoctlWithAnInputBufferSendsItWithTheOutputLength)
 {
-    hs::SensorSpec sensor = Custom(1);
+    hs::SensorShape sensor = Custom(1);
     sensor.reportId = 4;
     DriverTestBed bed(HidDeviceConfig{}
                           .WithDescriptor(hs::BuildSingleSensor(sensor))

@@ -13,7 +13,7 @@ using host::hidsim::RuleTrigger;
 
 TEST(FeatureReport, AttemptsAndAnswers)
 {
-    hs::SensorSpec sensor = Custom(1);
+    hs::SensorShape sensor = Custom(1);
     sensor.reportId = 4;
     struct Case {
         const char* what;
@@ -80,7 +80,7 @@ using Deliveries = std::vector<Delivery>;
 // A container of `sensors` prepared, with the routing log cleared.
 class HidIo : public ::testing::Test {
 protected:
-    void Prepare(std::initializer_list<hs::SensorSpec> sensors, bool start = true)
+    void Prepare(std::initializer_list<hs::SensorShape> sensors, bool start = true)
     {
         bed.reset();
         bed = std::make_unique<DriverTestBed>(HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(sensors)));

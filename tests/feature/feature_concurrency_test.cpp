@@ -14,10 +14,10 @@ namespace {
 
 TEST(FeatureConcurrency, ConcurrentReadFeatureReportCallsDoNotInterleave)
 {
-    hs::SensorSpec spec;
-    spec.features = {hs::Property(hs::Modified(0x543, 0x1000), 16, 0, 0xFFFF),
+    hs::SensorShape shape;
+    shape.features = {hs::Property(hs::Modified(0x543, 0x1000), 16, 0, 0xFFFF),
                      hs::Property(hs::Modified(0x544, 0x2000), 16, 0, 0xFFFF)};
-    FeatureBed bed(spec, ReportBytes(1).U16(5).U16(300));
+    FeatureBed bed(shape, ReportBytes(1).U16(5).U16(300));
     ASSERT_TRUE(bed.Ready());
     bed.SeeField(1, 1.0f);
 

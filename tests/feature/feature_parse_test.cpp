@@ -25,9 +25,9 @@ NTSTATUS Parse(FeatureBed& bed)
 
 TEST(FeatureParse, StandardPropertiesVendorValuesAndSelectors)
 {
-    hs::SensorSpec spec;
-    spec.featureSelectors = {hs::ReportingStateSelector(), hs::PowerStateSelector(), hs::ConnectionTypeSelector()};
-    spec.features = {
+    hs::SensorShape shape;
+    shape.featureSelectors = {hs::ReportingStateSelector(), hs::PowerStateSelector(), hs::ConnectionTypeSelector()};
+    shape.features = {
         Property(0x303, 8, 0, 255),
         Property(0x304, 16, 0, 0xFFFF),
         hs::ReportIntervalProperty(),
@@ -47,7 +47,7 @@ TEST(FeatureParse, StandardPropertiesVendorValuesAndSelectors)
                              .U8(5).U16(16).U32(100).U32(250).U16(1234).U16(256).U16(0xFF00)
                              .U8(1).U8(2).U16(0xFFFE).U8(127).U16(0x8000)
                              .Text(u"Orvex", 8);
-    FeatureBed bed(spec, report);
+    FeatureBed bed(shape, report);
     ASSERT_TRUE(bed.Ready());
     // Initialize wrote its settings back; the device states the report again.
     ASSERT_TRUE(bed.Bed().Sim().SetFeature(1, report));
@@ -97,9 +97,9 @@ TEST(FeatureParse, CollectionWideValueAndFieldSpecificValueInBothOrders)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        hs::SensorSpec spec;
-        spec.features = {Property(c.a, 16, 0, 0xFFFF, -1), Property(c.b, 16, 0, 0xFFFF, -1)};
-        FeatureBed bed(spec, ReportBytes(1).U16(c.rawA).U16(c.rawB));
+        hs::SensorShape shape;
+        shape.features = {Property(c.a, 16, 0, 0xFFFF, -1), Property(c.b, 16, 0, 0xFFFF, -1)};
+        FeatureBed bed(shape, ReportBytes(1).U16(c.rawA).U16(c.rawB));
         ASSERT_TRUE(bed.Ready());
         ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
         const SensorPropertyCache& cache = bed.Cache();
@@ -115,8 +115,8 @@ TEST(FeatureParse, CollectionWideValueAndFieldSpecificValueInBothOrders)
 
 TEST(FeatureParse, DataFieldModifiersSelectTheirArrayOnlyWithoutUnits)
 {
-    hs::SensorSpec spec;
-    spec.features = {
+    hs::SensorShape shape;
+    shape.features = {
         Property(Modified(0x545, 0x2000), 8, 0, 255),
         Property(Modified(0x545, 0x3000), 8, 0, 255),
         Property(Modified(0x545, 0x4000), 8, 0, 255),
@@ -124,7 +124,7 @@ TEST(FeatureParse, DataFieldModifiersSelectTheirArrayOnlyWithoutUnits)
         WithUnit(Property(Modified(0x546, 0x2000), 8, 0, 255), 0x19),  // units: not a bound
         Property(0x547, 8, 0, 255),                                     // no modifier: nothing
     };
-    FeatureBed bed(spec, ReportBytes(1).U8(20).U8(2).U8(1).U8(3).U8(99).U8(7));
+    FeatureBed bed(shape, ReportBytes(1).U8(20).U8(2).U8(1).U8(3).U8(99).U8(7));
     ASSERT_TRUE(bed.Ready());
     ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
     const SensorPropertyCache& cache = bed.Cache();
@@ -139,11 +139,11 @@ TEST(FeatureParse, DataFieldModifiersSelectTheirArrayOnlyWithoutUnits)
 
 TEST(FeatureParse, StringsUpToTheLengthLimit)
 {
-    hs::SensorSpec spec;
-    spec.features = {hs::StringProperty(0x301, 64)};
+    hs::SensorShape shape;
+    shape.features = {hs::StringProperty(0x301, 64)};
     const std::u16string short62(62, u'a');
     const std::u16string long63(63, u'b');
-    FeatureBed bed(spec, ReportBytes(1).Text(short62, 64));
+    FeatureBed bed(shape, ReportBytes(1).Text(short62, 64));
     ASSERT_TRUE(bed.Ready());
     ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
     EXPECT_EQ(Text(bed.Cache().FriendlyName), short62);
@@ -159,11 +159,11 @@ TEST(FeatureParse, StringsUpToTheLengthLimit)
 
 TEST(FeatureParse, MultiElementValueStandsForItsFirstElement)
 {
-    hs::SensorSpec spec;
-    spec.features = {Property(0x303, 8, 0, 255), Property(0x30F, 16, 0, 0xFFFF, -1)};
-    spec.features[1].count = 3;
+    hs::SensorShape shape;
+    shape.features = {Property(0x303, 8, 0, 255), Property(0x30F, 16, 0, 0xFFFF, -1)};
+    shape.features[1].count = 3;
     const Bytes report = ReportBytes(1).U8(9).U16(25).U16(7).U16(8);
-    FeatureBed bed(spec, report);
+    FeatureBed bed(shape, report);
     ASSERT_TRUE(bed.Ready());
     ASSERT_TRUE(bed.Bed().Sim().SetFeature(1, report));
     ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
@@ -193,10 +193,10 @@ TEST(FeatureParse, SelectorStates)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.selector.firstSelector + c.index);
-        hs::SensorSpec spec;
-        spec.featureSelectors = {c.selector};
-        spec.features = {hs::ReportIntervalProperty()};
-        FeatureBed bed(spec, ReportBytes(1).U8(c.index).U32(100));
+        hs::SensorShape shape;
+        shape.featureSelectors = {c.selector};
+        shape.features = {hs::ReportIntervalProperty()};
+        FeatureBed bed(shape, ReportBytes(1).U8(c.index).U32(100));
         ASSERT_TRUE(bed.Ready());
         ASSERT_EQ(Parse(bed), STATUS_SUCCESS);
         EXPECT_EQ((bed.Cache().*c.entry).IsPresent(), 1u);
@@ -222,9 +222,9 @@ TEST(FeatureParse, LastFieldStatusDecidesTheWriteBack)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        hs::SensorSpec spec;
-        spec.features = c.features;
-        FeatureBed bed(spec, ReportBytes(1).U8(100).U8(100));
+        hs::SensorShape shape;
+        shape.features = c.features;
+        FeatureBed bed(shape, ReportBytes(1).U8(100).U8(100));
         ASSERT_TRUE(bed.Ready());
         NTSTATUS status = 0;
         EXPECT_EQ(bed.Read(0, &status).size(), c.requests);
@@ -234,9 +234,9 @@ TEST(FeatureParse, LastFieldStatusDecidesTheWriteBack)
 
 TEST(FeatureParse, ReportIdFollowsTheSensorIndex)
 {
-    hs::SensorSpec a;
+    hs::SensorShape a;
     a.features = {hs::ReportIntervalProperty(8)};
-    hs::SensorSpec b = a;
+    hs::SensorShape b = a;
     const HidDeviceConfig config = HidDeviceConfig{}
                                        .WithDescriptor(hs::BuildSensorContainer({a, b}, 5))
                                        .WithFeature(5, ReportBytes(5).U8(100))
@@ -251,10 +251,10 @@ TEST(FeatureParse, ReportIdFollowsTheSensorIndex)
 
 TEST(FeatureParse, CollectionWithoutFeatureValuesFetchesNothing)
 {
-    hs::SensorSpec spec;
-    spec.inputs = {hs::CustomValue(1)};
-    spec.reportId = 1;
-    FeatureBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(spec)));
+    hs::SensorShape shape;
+    shape.inputs = {hs::CustomValue(1)};
+    shape.reportId = 1;
+    FeatureBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(shape)));
     ASSERT_TRUE(bed.Ready());
     NTSTATUS status = 1;
     EXPECT_TRUE(bed.Read(1, &status).empty());
@@ -263,9 +263,9 @@ TEST(FeatureParse, CollectionWithoutFeatureValuesFetchesNothing)
 
 TEST(FeatureParse, FetchFailureKeepsTheCacheAndWritesNothing)
 {
-    hs::SensorSpec spec;
-    spec.features = {hs::ReportIntervalProperty(8)};
-    FeatureBed bed(spec, ReportBytes(1).U8(100));
+    hs::SensorShape shape;
+    shape.features = {hs::ReportIntervalProperty(8)};
+    FeatureBed bed(shape, ReportBytes(1).U8(100));
     ASSERT_TRUE(bed.Ready());
     ASSERT_EQ(bed.Cache().ReportInterval.Get(), 100u);
     bed.Rules({DeviceRule::Fail(RuleTrigger::GetFeature, STATUS_IO_DEVICE_ERROR)});

@@ -82,10 +82,10 @@ FeatureBed::FeatureBed(const HidDeviceConfig& config, ULONG index)
     bed_->Sim().ClearTraffic();
 }
 
-FeatureBed::FeatureBed(hs::SensorSpec spec, const Bytes& report)
+FeatureBed::FeatureBed(hs::SensorShape shape, const Bytes& report)
     : FeatureBed([&] {
-          spec.reportId = 1;
-          return HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(spec)).WithFeature(1, report);
+          shape.reportId = 1;
+          return HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(shape)).WithFeature(1, report);
       }())
 {
 }

@@ -48,7 +48,7 @@ public:
     // `config` with the custom sensor(s); sensor `index` is the one under test.
     explicit FeatureBed(const HidDeviceConfig& config, ULONG index = 0);
     // A single custom sensor with report ID 1 and this feature report.
-    FeatureBed(hs::SensorSpec spec, const Bytes& report);
+    FeatureBed(hs::SensorShape shape, const Bytes& report);
 
     bool Ready() const { return sensor_ != nullptr; }
     CustomSensor& Sensor() { return *sensor_; }

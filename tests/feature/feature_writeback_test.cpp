@@ -16,11 +16,11 @@ const hs::ValueField kBatchInterval = Property(0x530E, 32, 0, 0xFFFFFFFF);
 
 // Reporting and power state selectors, report interval, a 2-character
 // description and the batch interval: "01 RR PP | interval | text | batch".
-hs::SensorSpec SelectorSensor()
+hs::SensorShape SelectorSensor()
 {
-    hs::SensorSpec spec = hs::CustomSensor(2, {});
-    spec.features.push_back(kBatchInterval);
-    return spec;
+    hs::SensorShape shape = hs::CustomSensor(2, {});
+    shape.features.push_back(kBatchInterval);
+    return shape;
 }
 
 TEST(FeatureWriteBack, ReportingAndPowerSelectorsFollowTheRequest)
@@ -57,9 +57,9 @@ TEST(FeatureWriteBack, ReportingAndPowerSelectorsFollowTheRequest)
 
 TEST(FeatureWriteBack, ReportingAndPowerValues)
 {
-    hs::SensorSpec spec;
-    spec.features = {Property(0x316, 8, 0, 5), Property(0x319, 8, 0, 5), kBatchInterval};
-    FeatureBed bed(spec, ReportBytes(1).U8(0).U8(0).U32(0));
+    hs::SensorShape shape;
+    shape.features = {Property(0x316, 8, 0, 5), Property(0x319, 8, 0, 5), kBatchInterval};
+    FeatureBed bed(shape, ReportBytes(1).U8(0).U8(0).U32(0));
     ASSERT_TRUE(bed.Ready());
     struct Case {
         ULONG reporting, power;
@@ -106,9 +106,9 @@ TEST(FeatureWriteBack, RecordFollowsTheIntervalTheDeviceKept)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        hs::SensorSpec spec;
-        spec.features = {hs::ReportIntervalProperty()};
-        FeatureBed bed(spec, ReportBytes(1).U32(100));
+        hs::SensorShape shape;
+        shape.features = {hs::ReportIntervalProperty()};
+        FeatureBed bed(shape, ReportBytes(1).U32(100));
         ASSERT_TRUE(bed.Ready());
         bed.Record().CurrentReportInterval = c.current;
         bed.Rules({c.rule});
@@ -132,9 +132,9 @@ TEST(FeatureWriteBack, IntervalUnitsAreCheckedBeforeAnythingIsSent)
         {0x1001, {"get 01 64 00 00 00"}, 0},
     };
     for (const Case& c : cases) {
-        hs::SensorSpec spec;
-        spec.features = {WithUnit(hs::ReportIntervalProperty(), c.unit)};
-        FeatureBed bed(spec, ReportBytes(1).U32(100));
+        hs::SensorShape shape;
+        shape.features = {WithUnit(hs::ReportIntervalProperty(), c.unit)};
+        FeatureBed bed(shape, ReportBytes(1).U32(100));
         ASSERT_TRUE(bed.Ready());
         bed.Record().CurrentReportInterval = 50;
         EXPECT_EQ(bed.Read(0), c.expected) << std::hex << c.unit;
@@ -171,9 +171,9 @@ TEST(FeatureWriteBack, SendAttemptsAndAnswers)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        hs::SensorSpec spec;
-        spec.features = {hs::ReportIntervalProperty()};
-        FeatureBed bed(spec, ReportBytes(1).U32(100));
+        hs::SensorShape shape;
+        shape.features = {hs::ReportIntervalProperty()};
+        FeatureBed bed(shape, ReportBytes(1).U32(100));
         ASSERT_TRUE(bed.Ready());
         bed.Record().CurrentReportInterval = 0;
         bed.Rules({c.rule});
@@ -199,11 +199,11 @@ TEST(FeatureWriteBack, CompareLengthCoversWholeBytesOfValueFields)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(static_cast<int>(c.bitSize));
-        hs::SensorSpec spec;
-        spec.features = {hs::ReportIntervalProperty(8), Property(Modified(0x544, 0x1000), c.bitSize, 0, 15)};
+        hs::SensorShape shape;
+        shape.features = {hs::ReportIntervalProperty(8), Property(Modified(0x544, 0x1000), c.bitSize, 0, 15)};
         if (c.bitSize == 4)
-            spec.features.push_back(Property(0xF029, 4, 0, 15));  // fills the byte; read-only vendor value
-        FeatureBed bed(spec, ReportBytes(1).U8(100).U8(2));
+            shape.features.push_back(Property(0xF029, 4, 0, 15));  // fills the byte; read-only vendor value
+        FeatureBed bed(shape, ReportBytes(1).U8(100).U8(2));
         ASSERT_TRUE(bed.Ready());
         bed.SeeField(1, 9.0f);
         bed.Rules({DeviceRule::Clamp(Modified(0x544, 0x1000), 0, 3)});
@@ -233,9 +233,9 @@ TEST(FeatureWriteBack, FieldSensitivityFromTheThreshold)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        hs::SensorSpec spec;
-        spec.features = {c.field};
-        FeatureBed bed(spec, c.field.bitSize == 8 ? Bytes(ReportBytes(1).U8(5)) : Bytes(ReportBytes(1).U16(100)));
+        hs::SensorShape shape;
+        shape.features = {c.field};
+        FeatureBed bed(shape, c.field.bitSize == 8 ? Bytes(ReportBytes(1).U8(5)) : Bytes(ReportBytes(1).U16(100)));
         ASSERT_TRUE(bed.Ready());
         bed.SeeField(1, c.threshold);
 
@@ -249,9 +249,9 @@ TEST(FeatureWriteBack, FieldSensitivityFromTheThreshold)
 
 TEST(FeatureWriteBack, CollectionWideSensitivityTakesEverySeenFieldInTurn)
 {
-    hs::SensorSpec spec;
-    spec.features = {Property(Modified(0x543, 0x1000), 16, 0, 0xFFFF)};
-    FeatureBed bed(spec, ReportBytes(1).U16(5));
+    hs::SensorShape shape;
+    shape.features = {Property(Modified(0x543, 0x1000), 16, 0, 0xFFFF)};
+    FeatureBed bed(shape, ReportBytes(1).U16(5));
     ASSERT_TRUE(bed.Ready());
     bed.SeeField(1, 1.0f);
     bed.SeeField(2, 2.0f);
@@ -263,10 +263,10 @@ TEST(FeatureWriteBack, CollectionWideSensitivityTakesEverySeenFieldInTurn)
 TEST(FeatureWriteBack, FieldAndCollectionWideSensitivityEachCostARoundTrip)
 {
   {
-    hs::SensorSpec spec;
-    spec.features = {Property(Modified(0x544, 0x1000), 8, 0, 255), Property(Modified(0x543, 0x1000), 8, 0, 255),
+    hs::SensorShape shape;
+    shape.features = {Property(Modified(0x544, 0x1000), 8, 0, 255), Property(Modified(0x543, 0x1000), 8, 0, 255),
                      Property(0x30F, 8, 0, 255)};
-    FeatureBed bed(spec, ReportBytes(1).U8(1).U8(2).U8(3));
+    FeatureBed bed(shape, ReportBytes(1).U8(1).U8(2).U8(3));
     ASSERT_TRUE(bed.Ready());
     bed.SeeField(1, 9.0f);
     EXPECT_EQ(bed.Read(1), (Traffic{"get 01 01 02 03", "set 01 09 02 03", "get 01 09 02 03", "set 01 09 09 03",
@@ -280,7 +280,7 @@ TEST(FeatureWriteBack, FieldAndCollectionWideSensitivityEachCostARoundTrip)
 
     // A sensor-wide sensitivity with units stops the step before it is written;
     // the bound refresh after it succeeds, so the states are still written.
-    hs::SensorSpec withUnits;
+    hs::SensorShape withUnits;
     withUnits.features = {Property(Modified(0x544, 0x1000), 8, 0, 255), WithUnit(Property(0x30F, 8, 0, 255), 0x19)};
     FeatureBed second(withUnits, ReportBytes(1).U8(1).U8(3));
     ASSERT_TRUE(second.Ready());
@@ -297,10 +297,10 @@ TEST(FeatureWriteBack, BoundRefreshWithUnitsFailsAndSkipsTheStates)
     };
     // Batch interval, then (with a good status) the states.
     for (const Case& c : {Case{0, 5}, Case{0x19, 3}}) {
-        hs::SensorSpec spec;
-        spec.features = {kBatchInterval, WithUnit(Property(0x313, 8, 0, 255), c.unit),
+        hs::SensorShape shape;
+        shape.features = {kBatchInterval, WithUnit(Property(0x313, 8, 0, 255), c.unit),
                          WithUnit(Property(Modified(0x544, 0x2000), 8, 0, 255), 0x19), Property(0x314, 8, 0, 255)};
-        FeatureBed bed(spec, ReportBytes(1).U32(0).U8(1).U8(50).U8(60));
+        FeatureBed bed(shape, ReportBytes(1).U32(0).U8(1).U8(50).U8(60));
         ASSERT_TRUE(bed.Ready());
         bed.SeeField(1, 0.0f);
         EXPECT_EQ(bed.Read(0).size(), c.requests) << c.unit;
@@ -312,9 +312,9 @@ TEST(FeatureWriteBack, BoundRefreshWithUnitsFailsAndSkipsTheStates)
 
 TEST(FeatureWriteBack, VendorValuesOnlyWithWriteSettingsAndOnlyWhenChanged)
 {
-    hs::SensorSpec spec;
-    spec.features = {Property(0xF02A, 8, 0, 255), Property(0xF03D, 8, 0, 255), Property(0xF08E, 8, 0, 255)};
-    FeatureBed bed(spec, ReportBytes(1).U8(127).U8(0).U8(0));
+    hs::SensorShape shape;
+    shape.features = {Property(0xF02A, 8, 0, 255), Property(0xF03D, 8, 0, 255), Property(0xF08E, 8, 0, 255)};
+    FeatureBed bed(shape, ReportBytes(1).U8(127).U8(0).U8(0));
     ASSERT_TRUE(bed.Ready());
     SensorPropertyCache& cache = bed.Cache();
     cache.RequestedVendorValues[static_cast<ULONG>(RequestedVendor::GflickClsmask)] = kVendorLeaveAlone;
@@ -370,9 +370,9 @@ TEST(FeatureWriteBack, RealCustomSensorStopsAndStarts)
 
 TEST(FeatureWriteBack, AllocationFailures)
 {
-    hs::SensorSpec spec;
-    spec.features = {hs::ReportIntervalProperty(8)};
-    FeatureBed bed(spec, ReportBytes(1).U8(100));
+    hs::SensorShape shape;
+    shape.features = {hs::ReportIntervalProperty(8)};
+    FeatureBed bed(shape, ReportBytes(1).U8(100));
     ASSERT_TRUE(bed.Ready());
     bed.Record().CurrentReportInterval = 50;
     // The report buffer: nothing is fetched.

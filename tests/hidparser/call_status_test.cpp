@@ -55,9 +55,9 @@ class CallStatus : public testing::Test {
 protected:
     void SetUp() override
     {
-        sensor::SensorSpec sensorSpec = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
-        sensorSpec.reportId = 3;
-        blob_ = ParseSingle(sensor::BuildSingleSensor(sensorSpec));
+        sensor::SensorShape sensorShape = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
+        sensorShape.reportId = 3;
+        blob_ = ParseSingle(sensor::BuildSingleSensor(sensorShape));
         pp_ = Preparsed(blob_);
         input_ = EmptyReport(blob_, HidP_Input, 3);
         feature_ = EmptyReport(blob_, HidP_Feature, 3);

@@ -15,9 +15,9 @@ using namespace test;
 
 TEST(SensorDescriptor, CustomSensorsInAContainer)
 {
-    const sensor::SensorSpec activity =
+    const sensor::SensorShape activity =
         sensor::CustomSensor(32, {sensor::CustomValue(1, 8, 0, 100), sensor::CustomValue(2, 16, -1000, 1000, -2)});
-    const sensor::SensorSpec pedometer = sensor::CustomSensor(16, {sensor::CustomValue(1, 32, 0, 0xFFFFFFFFLL)});
+    const sensor::SensorShape pedometer = sensor::CustomSensor(16, {sensor::CustomValue(1, 32, 0, 0xFFFFFFFFLL)});
     PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({activity, pedometer}, 7));
 
     const HIDP_CAPS caps = Caps(blob);

@@ -70,8 +70,8 @@ TEST_F(SensorSelectors, FullArrayAndMissingUsages)
 
 TEST(SelectorsOfSeveralSensors, ReportIdAndLinkCollectionPickTheSensor)
 {
-    const sensor::SensorSpec sensorSpec = sensor::CustomSensor(8, {sensor::CustomValue(1)});
-    PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({sensorSpec, sensorSpec}, 4));
+    const sensor::SensorShape sensorShape = sensor::CustomSensor(8, {sensor::CustomValue(1)});
+    PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({sensorShape, sensorShape}, 4));
     // Node order: 1 sensor A, 2 reporting, 3 power, 4 state, 5 event, 6 sensor B, 7 reporting, ...
     std::vector<CHAR> report = EmptyReport(blob, HidP_Input, 5);
     report[1] = 1;  // sensor state 0x801

@@ -79,9 +79,9 @@ TEST(ValueAccess, RoundTripsEveryBitSizeAtSeveralOffsets)
 
 TEST(ValueAccess, Utf16StringProperty)
 {
-    sensor::SensorSpec sensorSpec = sensor::CustomSensor(32, {sensor::CustomValue(1)});
-    sensorSpec.reportId = 2;
-    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(sensorSpec));
+    sensor::SensorShape sensorShape = sensor::CustomSensor(32, {sensor::CustomValue(1)});
+    sensorShape.reportId = 2;
+    PreparsedBlob blob = ParseSingle(sensor::BuildSingleSensor(sensorShape));
     const auto features = ValueCaps(blob, HidP_Feature);
     ASSERT_EQ(features.size(), 2u);
     EXPECT_EQ(std::tuple(features[1].NotRange.Usage, features[1].BitSize, features[1].ReportCount),
@@ -194,8 +194,8 @@ TEST(ValueAccess, HowUsagesShareTheReportCount)
 // and in link collections of their own (nodes 1 and 6).
 TEST(ValueAccess, SameUsageInSeveralReportsOfSeveralSensors)
 {
-    const sensor::SensorSpec first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
-    const sensor::SensorSpec second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
+    const sensor::SensorShape first = sensor::CustomSensor(16, {sensor::CustomValue(1), sensor::CustomValue(2)});
+    const sensor::SensorShape second = sensor::CustomSensor(16, {sensor::CustomValue(1, 8, -100, 100)});
     PreparsedBlob blob = ParseSingle(sensor::BuildSensorContainer({first, second}));
     const USHORT firstSensor = 1, secondSensor = 6;
     ASSERT_EQ(std::tuple(Nodes(blob)[firstSensor].LinkUsage, Nodes(blob)[secondSensor].LinkUsage),

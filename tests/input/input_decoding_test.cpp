@@ -68,7 +68,7 @@ TEST(InputDecoding, ValuesAreScaledBySignExponentAndUnitAsDeclared)
 TEST(InputDecoding, ValueBeyondTheCachedMaximumIsPassedUnchangedWithOneWarning)
 {
     // The feature report gives custom value 1 a maximum of 10.
-    hs::SensorSpec sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
+    hs::SensorShape sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
     sensor.features.push_back(
         hs::Property(hs::Modified(hs::CustomValueUsage(1), hs::kModMaximum), 16, -32767, 32767));
     Bytes feature = FeatureReport(1, 100, {u"0x210"});
@@ -233,7 +233,7 @@ TEST(InputDecoding, UpdatesOutsideTheListChangeNothingAndATimestampOnlySensorNev
 TEST(InputDecoding, EachSensorReadsOnlyItsOwnReport)
 {
     // Two custom sensors with the same usages: report 2 updates only the second.
-    const hs::SensorSpec sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
+    const hs::SensorShape sensor = hs::CustomSensor(16, {Field(1, 16, -32767, 32767, 0)});
     ClientBed t(HidDeviceConfig{}
                     .WithDescriptor(hs::BuildSensorContainer({sensor, sensor}))
                     .WithFeature(1, FeatureReport(1, 100, {u"0x210"}))

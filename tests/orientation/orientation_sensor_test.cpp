@@ -34,12 +34,12 @@ constexpr GUID kCustomFmtid = {0xB14C764F, 0x07CF, 0x41E8, {0x9D, 0x82, 0xEB, 0x
 // Report 1 is an accelerometer that is never published.
 HidDeviceConfig OrientationDevice(bool fourthUnscaled = false)
 {
-    hs::SensorSpec relative = CustomWithStrings(
+    hs::SensorShape relative = CustomWithStrings(
         {hs::CustomValue(1, 16, -1000, 1000, -3), hs::CustomValue(2, 16, -1000, 1000, -3),
          hs::CustomValue(3, 16, -1000, 1000, -3), hs::CustomValue(4, 16, -1000, 1000, fourthUnscaled ? 0 : -3)},
         true);
-    const hs::SensorSpec simple = CustomWithStrings({hs::CustomValue(1, 32, 0, 0x7FFFFFFF)}, true);
-    hs::SensorSpec accelerometer = Accelerometer(1);
+    const hs::SensorShape simple = CustomWithStrings({hs::CustomValue(1, 32, 0, 0x7FFFFFFF)}, true);
+    hs::SensorShape accelerometer = Accelerometer(1);
     accelerometer.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
         .WithDescriptor(hs::BuildSensorContainer({accelerometer, relative, simple}))

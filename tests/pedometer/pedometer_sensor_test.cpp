@@ -88,13 +88,13 @@ HidDeviceConfig PedometerDevice(const Settings& settings = {})
     std::vector<hs::ValueField> values;
     for (int k = 1; k <= 5; ++k)
         values.push_back(hs::CustomValue(k, 32, 0, 0x7FFFFFFF));
-    hs::SensorSpec pedometer = hs::CustomSensor(16, values);
+    hs::SensorShape pedometer = hs::CustomSensor(16, values);
     pedometer.features.push_back(hs::Property(hs::kMinimumReportInterval, 32, 0, 0x7FFFFFFF));
     pedometer.features.push_back(hs::Property(0x530E, 32, 0, 0x7FFFFFFF));
     pedometer.features.push_back(
         hs::Property(hs::Modified(hs::CustomValueUsage(1), hs::kModChangeSensitivityAbsolute), 16, 0, 0xFFFF));
     pedometer.features.push_back(hs::Property(0xF08E, 32, 0, 0x7FFFFFFF));
-    hs::SensorSpec accelerometer = Accelerometer(1);
+    hs::SensorShape accelerometer = Accelerometer(1);
     accelerometer.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
         .WithDescriptor(hs::BuildSensorContainer({accelerometer, pedometer}))

@@ -35,15 +35,15 @@ Bytes TapFeature(std::uint8_t reporting, std::uint8_t power, std::uint32_t inter
 // custom values 1 and 2 of 16 bits.
 HidDeviceConfig TapOtherAndPlaceholder()
 {
-    hs::SensorSpec tap = CustomWithStrings(
+    hs::SensorShape tap = CustomWithStrings(
         {hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF), hs::CustomValue(1, 16, -32767, 32767, -2),
          hs::CustomValue(3, 8, -128, 127)},
         true);
     tap.features.push_back(kTapSensitivity);
-    const hs::SensorSpec other = CustomWithStrings({hs::CustomValue(1), hs::CustomValue(2)}, false);
+    const hs::SensorShape other = CustomWithStrings({hs::CustomValue(1), hs::CustomValue(2)}, false);
     // The placeholder has a feature report too, so that feature report IDs
     // count from its own.
-    hs::SensorSpec accelerometer = Accelerometer(1);
+    hs::SensorShape accelerometer = Accelerometer(1);
     accelerometer.features = {hs::ReportIntervalProperty()};
     return HidDeviceConfig{}
         .WithDescriptor(hs::BuildSensorContainer({accelerometer, tap, other}))
@@ -207,7 +207,7 @@ TEST(CustomSensorLists, StartIntervalThresholdsAndStopReachTheDeviceInOrder)
 TEST(CustomSensorLists, IntervalTheDeviceHoldsBelowTheMinimumReadsAsTheDefault)
 {
     // The device clamps every interval written to 20 ms; its minimum is 60 ms.
-    hs::SensorSpec sensor = hs::CustomSensor(16, {hs::CustomValue(1)});
+    hs::SensorShape sensor = hs::CustomSensor(16, {hs::CustomValue(1)});
     sensor.features.push_back(hs::Property(hs::kMinimumReportInterval, 16, 0, 0xFFFF));
     Bytes feature = FeatureReport(1, 20, {u"0x210"});
     feature.push_back(60);

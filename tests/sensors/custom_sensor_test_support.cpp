@@ -73,9 +73,9 @@ Bytes InputReport(HidDevice& device, std::uint8_t reportId, const std::vector<st
     return report;
 }
 
-hs::SensorSpec CustomWithStrings(std::vector<hs::ValueField> values, bool withName)
+hs::SensorShape CustomWithStrings(std::vector<hs::ValueField> values, bool withName)
 {
-    hs::SensorSpec sensor = hs::CustomSensor(16, std::move(values));
+    hs::SensorShape sensor = hs::CustomSensor(16, std::move(values));
     if (withName)
         sensor.features.push_back(hs::StringProperty(hs::kFriendlyName, 16));
     return sensor;

@@ -44,7 +44,7 @@ Bytes InputReport(HidDevice& device, std::uint8_t reportId, const std::vector<st
 
 // A custom sensor of the builder with features interval, description and
 // (when `withName`) friendly name, all strings of 16 characters.
-hs::SensorSpec CustomWithStrings(std::vector<hs::ValueField> values, bool withName);
+hs::SensorShape CustomWithStrings(std::vector<hs::ValueField> values, bool withName);
 
 // A loaded, prepared and started bed with a client and a sample queue.
 struct ClientBed {

@@ -27,7 +27,7 @@ std::vector<hs::ValueField> Values(int count, std::uint8_t bits, std::int64_t mi
 
 HidDeviceConfig EveryKind()
 {
-    hs::SensorSpec placeholder = Accelerometer(1);
+    hs::SensorShape placeholder = Accelerometer(1);
     placeholder.features = {hs::ReportIntervalProperty()};
     HidDeviceConfig config = HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(
         {placeholder, hs::CustomSensor(16, Values(1, 16, 0, 3, 0)), hs::CustomSensor(16, Values(2, 16, 0, 100, 0)),

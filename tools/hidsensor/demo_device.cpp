@@ -41,9 +41,9 @@ constexpr std::uint32_t kPedometerHistoryListBytes = 8 + 528 * 6;
 // reports are padded with zeros, as the HID class driver delivers them.
 constexpr std::size_t kInputReportLength = 3 + 7 * 4;
 
-SensorSpec Accelerometer()
+SensorShape Accelerometer()
 {
-    SensorSpec accel;
+    SensorShape accel;
     accel.usage = kAccelerometer3D;
     accel.features = {ReportIntervalProperty()};
     for (std::uint16_t axis = 0; axis < 3; ++axis)
@@ -61,9 +61,9 @@ std::vector<ValueField> Values(int count, std::uint8_t bits, std::int64_t min, s
 
 // A custom sensor with its friendly name among the feature properties, after
 // the description.
-SensorSpec NamedCustomSensor(std::vector<ValueField> values)
+SensorShape NamedCustomSensor(std::vector<ValueField> values)
 {
-    SensorSpec sensor = CustomSensor(kDescriptionChars, std::move(values));
+    SensorShape sensor = CustomSensor(kDescriptionChars, std::move(values));
     sensor.features.push_back(StringProperty(kFriendlyName, kDescriptionChars));
     return sensor;
 }
@@ -146,12 +146,12 @@ std::uint32_t ActivityWord(std::uint32_t code, std::uint32_t confidencePercent)
 
 std::vector<std::uint8_t> DemoDescriptor()
 {
-    const SensorSpec tap = NamedCustomSensor(Values(1, 16, 0, 3, 0));
-    const SensorSpec lidAngle = NamedCustomSensor(Values(1, 16, 0, 3600, -1));
-    const SensorSpec activity = NamedCustomSensor(Values(7, 32, 0, 0x7FFFFFFF, 0));
-    const SensorSpec pedometer = NamedCustomSensor(Values(5, 32, 0, 0x7FFFFFFF, 0));
-    const SensorSpec relative = NamedCustomSensor(Values(4, 16, -10000, 10000, -4));
-    const SensorSpec simple = NamedCustomSensor(Values(1, 32, 0, 5, 0));
+    const SensorShape tap = NamedCustomSensor(Values(1, 16, 0, 3, 0));
+    const SensorShape lidAngle = NamedCustomSensor(Values(1, 16, 0, 3600, -1));
+    const SensorShape activity = NamedCustomSensor(Values(7, 32, 0, 0x7FFFFFFF, 0));
+    const SensorShape pedometer = NamedCustomSensor(Values(5, 32, 0, 0x7FFFFFFF, 0));
+    const SensorShape relative = NamedCustomSensor(Values(4, 16, -10000, 10000, -4));
+    const SensorShape simple = NamedCustomSensor(Values(1, 32, 0, 5, 0));
     return BuildSensorContainer({Accelerometer(), tap, lidAngle, activity, pedometer, relative, simple});
 }
 
