@@ -182,6 +182,44 @@ void BM_InputPath(benchmark::State& state)
         state.SkipWithError("the input path allocated");
 }
 
+// What the path owes the parser alone: the HidP_GetUsages call per child
+// collection and the HidP_GetUsageValue call per value capability that one
+// report costs ProcessInputReport, on the same preparsed data and report,
+// nothing else. Shows how much of BM_InputPath no driver change can remove.
+void BM_ParserCalls(benchmark::State& state)
+{
+    const int values = static_cast<int>(state.range(0));
+    LoadedDevice device(values);
+    if (device.sensor == nullptr) {
+        state.SkipWithError("the device did not load");
+        return;
+    }
+    const HidCollectionRecord& record = *device.sensor->Record();
+    std::vector<BYTE> bytes = Report(device.hid->Caps().InputReportByteLength, values);
+    auto* report = reinterpret_cast<CHAR*>(bytes.data());
+    const auto length = static_cast<ULONG>(bytes.size());
+    PHIDP_PREPARSED_DATA preparsed = device.hid->PreparsedData();
+    const USHORT link = record.LinkCollection;
+    const USHORT children = device.hid->LinkCollectionNodes()[link].NumberOfChildren;
+
+    for (auto _ : state) {
+        for (USHORT c = 1; c <= children; ++c) {
+            USAGE usages[6];
+            ULONG count = 6;
+            benchmark::DoNotOptimize(HidP_GetUsages(HidP_Input, 0x20, static_cast<USHORT>(link + c), usages, &count,
+                                                    preparsed, report, length));
+        }
+        for (std::size_t i = 0; i < record.InputValueCaps.Count(); ++i) {
+            const HIDP_VALUE_CAPS& cap = record.InputValueCaps[i];
+            ULONG raw = 0;
+            benchmark::DoNotOptimize(HidP_GetUsageValue(HidP_Input, cap.UsagePage, link, cap.NotRange.Usage, &raw,
+                                                        preparsed, report, length));
+            benchmark::DoNotOptimize(raw);
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 // The floor: the same 28 fields at their fixed bit offsets, sign-extended,
 // scaled by the single-precision power of ten and written into a list of the
 // same layout, with the host time in entry 0.
@@ -219,6 +257,7 @@ void BM_HandDecoder(benchmark::State& state)
 }
 
 BENCHMARK(BM_InputPath)->Arg(28)->Arg(4);
+BENCHMARK(BM_ParserCalls)->Arg(28);
 BENCHMARK(BM_HandDecoder)->Arg(28);
 
 }  // namespace

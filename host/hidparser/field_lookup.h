@@ -51,13 +51,14 @@ struct ValueLocation {
 NTSTATUS ScanValues(PHIDP_PREPARSED_DATA data, std::size_t type, USAGE usagePage, USHORT linkCollection, USAGE usage,
                     std::uint8_t reportId, ReportIdRule rule, ValueLocation& location);
 
-// What a value call needs of a blob: its value lookup for one report type and
-// that type's report length, taken from the hot words only. Open checks, in a
-// handful of well-predicted branches: word 0 (magic, version, header size) as
-// one constant, the hot words against hotCheck, the hash sizes, that the
-// counts add up to totalSize, and the trailer there. Forced inline: a call
-// would cost a fifth of a hot call.
-class ValueIndex {
+// What the per-report calls (value Get/Set, GetUsages) need of a blob for one
+// report type: its value lookup, its button records and its report length,
+// taken from the hot words only. Open checks, in a handful of well-predicted
+// branches: word 0 (magic, version, header size) as one constant, the hot
+// words against hotCheck, the hash sizes, that the counts add up to
+// totalSize, and the trailer there. Forced inline: a call would cost a fifth
+// of a hot call.
+class HotIndex {
 public:
     [[gnu::always_inline]] NTSTATUS Open(PHIDP_PREPARSED_DATA data, std::size_t type)
     {
@@ -80,12 +81,14 @@ public:
         const std::uint64_t lookup2 = sizeof(preparsed::ValueSlot) << ((hashBits >> 16) & 0xFF);
         // Counts: nodes (word 2, bits 48..63), value caps (word 3, 3 x 16 bits),
         // button caps (word 3 bits 48..63 and word 4 bits 0..31).
-        const std::uint64_t capabilities = (w[3] & 0xFFFF) + ((w[3] >> 16) & 0xFFFF) + ((w[3] >> 32) & 0xFFFF) +
-                                           (w[3] >> 48) + (w[4] & 0xFFFF) + ((w[4] >> 16) & 0xFFFF);
+        const std::uint64_t values = (w[3] & 0xFFFF) + ((w[3] >> 16) & 0xFFFF) + ((w[3] >> 32) & 0xFFFF);
+        const std::uint64_t buttons0 = w[3] >> 48;
+        const std::uint64_t buttons1 = w[4] & 0xFFFF;
+        const std::uint64_t buttons2 = (w[4] >> 16) & 0xFFFF;
         constexpr std::uint64_t kPerCapability = sizeof(preparsed::FieldRecord) + sizeof(HIDP_VALUE_CAPS);
         static_assert(sizeof(HIDP_VALUE_CAPS) == sizeof(HIDP_BUTTON_CAPS));
-        const std::uint64_t total = preparsed::kBodyOffset + lookup0 + lookup1 + lookup2 +
-                                    kPerCapability * capabilities +
+        const std::uint64_t lookups = preparsed::kBodyOffset + lookup0 + lookup1 + lookup2;
+        const std::uint64_t total = lookups + kPerCapability * (values + buttons0 + buttons1 + buttons2) +
                                     sizeof(HIDP_LINK_COLLECTION_NODE) * (w[2] >> 48) + preparsed::kTrailerSize;
         const std::uint32_t totalSize = static_cast<std::uint32_t>(w[1]);
         if (total != totalSize) return HIDP_STATUS_INVALID_PREPARSED_DATA;
@@ -97,6 +100,10 @@ public:
         reportByteLength_ = static_cast<std::uint16_t>(type == 2 ? w[2] : w[1] >> (32 + 16 * type));
         hashBits_ = static_cast<std::uint8_t>(hashBits >> (8 * type));
         lookup_ = bytes + preparsed::kBodyOffset + (type > 0 ? lookup0 : 0) + (type > 1 ? lookup1 : 0);
+        // Button records follow the value records of all three types.
+        buttons_ = bytes + lookups + sizeof(preparsed::FieldRecord) * (values + (type > 0 ? buttons0 : 0) +
+                                                                      (type > 1 ? buttons1 : 0));
+        buttonCount_ = static_cast<std::uint16_t>(type == 0 ? buttons0 : type == 1 ? buttons1 : buttons2);
         data_ = data;
         return HIDP_STATUS_SUCCESS;
     }
@@ -115,6 +122,8 @@ public:
         return s;
     }
 
+    PreparsedView::Records ButtonRecords() const { return {buttons_, buttonCount_}; }
+
 private:
     static std::uint64_t Word(const std::uint8_t* bytes, std::size_t index)
     {
@@ -126,8 +135,10 @@ private:
     // Filled by Open before any other use; left uninitialised on purpose, as
     // zeroing them costs a noticeable part of a hot call.
     const std::uint8_t* lookup_;
+    const std::uint8_t* buttons_;
     PHIDP_PREPARSED_DATA data_;
     std::uint16_t reportByteLength_;
+    std::uint16_t buttonCount_;
     std::uint8_t hashBits_;
 };
 
@@ -137,7 +148,7 @@ private:
 // order (the writer inserted them in that order); the first one in the link
 // collection asked for is the answer. An empty slot ends the search. The
 // hot path of every value call, hence forced inline.
-[[gnu::always_inline]] inline NTSTATUS FindValue(const ValueIndex& index, std::size_t type, USAGE usagePage,
+[[gnu::always_inline]] inline NTSTATUS FindValue(const HotIndex& index, std::size_t type, USAGE usagePage,
                                                  USHORT linkCollection, USAGE usage, std::uint8_t reportId,
                                                  ReportIdRule rule, ValueLocation& location)
 {

@@ -82,19 +82,20 @@ bool SlotIsFree(const FieldRecord& field, std::uint32_t raw)
 }
 
 struct UsageCall {
-    PreparsedView view;
-    std::size_t type = 0;
+    HotIndex index;
 };
 
 NTSTATUS OpenUsageCall(HIDP_REPORT_TYPE reportType, PHIDP_PREPARSED_DATA preparsedData, const ULONG* usageLength,
                        const CHAR* report, ULONG reportLength, UsageCall& call)
 {
-    NTSTATUS status = call.view.Open(preparsedData);
+    // An out-of-range type opens as type 0 so that a damaged blob still
+    // answers HIDP_STATUS_INVALID_PREPARSED_DATA first.
+    const bool typeValid = reportType >= HidP_Input && reportType <= HidP_Feature;
+    NTSTATUS status = call.index.Open(preparsedData, typeValid ? static_cast<std::size_t>(reportType) : 0);
     if (!NT_SUCCESS(status)) return status;
-    if (reportType < HidP_Input || reportType > HidP_Feature) return HIDP_STATUS_INVALID_REPORT_TYPE;
+    if (!typeValid) return HIDP_STATUS_INVALID_REPORT_TYPE;
     if (usageLength == nullptr || report == nullptr) return STATUS_INVALID_PARAMETER;
-    call.type = static_cast<std::size_t>(reportType);
-    if (reportLength != call.view.Report(call.type).reportByteLength) return HIDP_STATUS_INVALID_REPORT_LENGTH;
+    if (reportLength != call.index.ReportByteLength()) return HIDP_STATUS_INVALID_REPORT_LENGTH;
     if (reportLength == 0) return HIDP_STATUS_USAGE_NOT_FOUND;
     return HIDP_STATUS_SUCCESS;
 }
@@ -103,8 +104,7 @@ NTSTATUS OpenUsageCall(HIDP_REPORT_TYPE reportType, PHIDP_PREPARSED_DATA prepars
 NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollection, USAGE usage, std::uint8_t reportId,
                     ReportIdRule rule, FieldRecord& found)
 {
-    const PreparsedView::ReportInfo report = call.view.Report(call.type);
-    const PreparsedView::Records records = call.view.ButtonRecords(call.type);
+    const PreparsedView::Records records = call.index.ButtonRecords();
     bool sawUsage = false;
     for (std::size_t i = 0; i < records.count; ++i) {
         FieldRecord field;
@@ -114,7 +114,7 @@ NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollectio
         if (!LinkCollectionMatches(field.linkCollection, linkCollection)) continue;
         sawUsage = true;
         if (!ReportIdAccepted(field.reportId, reportId, rule)) continue;
-        if (!FieldFitsReport(field, report.reportByteLength)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (!FieldFitsReport(field, call.index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
         found = field;
         return HIDP_STATUS_SUCCESS;
     }
@@ -176,7 +176,6 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
 
     const auto* report = reinterpret_cast<const std::uint8_t*>(Report);
     const auto reportId = report[0];
-    const host::hid::PreparsedView::ReportInfo header = call.view.Report(call.type);
     bool sawPage = false;
     bool sawReport = false;
     ULONG found = 0;
@@ -185,7 +184,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
         if (found < capacity) UsageList[found] = usage;
         ++found;
     };
-    const host::hid::PreparsedView::Records records = call.view.ButtonRecords(call.type);
+    const host::hid::PreparsedView::Records records = call.index.ButtonRecords();
     for (std::size_t i = 0; i < records.count; ++i) {
         FieldRecord field;
         if (!records.Get(i, field)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
@@ -194,7 +193,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
         sawPage = true;
         if (field.reportId != reportId) continue;
         sawReport = true;
-        if (!host::hid::FieldFitsReport(field, header.reportByteLength)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (!host::hid::FieldFitsReport(field, call.index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
         for (std::uint32_t element = 0; element < field.reportCount; ++element) {
             const std::uint32_t raw = host::hid::ReadElement(report, ReportLength, field, element);
             if (host::hid::IsArray(field)) {

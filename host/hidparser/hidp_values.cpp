@@ -33,7 +33,7 @@ namespace host::hid {
 namespace {
 
 struct ValueCall {
-    ValueIndex index;
+    HotIndex index;
     ValueLocation location;
 };
 

@@ -17,17 +17,17 @@
 //     HIDP_LINK_COLLECTION_NODE[nodeCount]  (UserContext 0)
 //   last 8     u64 trailer: kTrailer ^ totalSize
 //
-// Validation. The Get/Set value calls (the per-report hot path) read only the
-// hot words and the lookup: they compare word 0 with one constant, check the
-// hot words against hotCheck, check that the counts add up to totalSize and
-// check the trailer (so a blob whose tail was cut or zeroed is refused). Every
-// lookup slot carries its own check, and every bit position it gives is
-// checked against the report length before use. A value the lookup cannot
-// answer (usage ranges, a Set on a report whose byte 0 is 0) goes the slow
-// way, with the checks below. All other calls check the
-// whole header (HeaderCheck) and that the sections add up; the calls that
-// copy capabilities or nodes also check the body checksum; the field records
-// they read carry their own check as well.
+// Validation. The per-report calls (value Get/Set, the usage calls) read
+// only the hot words, the value lookup and the button records: they compare
+// word 0 with one constant, check the hot words against hotCheck, check that
+// the counts add up to totalSize and check the trailer (so a blob whose tail
+// was cut or zeroed is refused). Every lookup slot and field record carries
+// its own check, and every bit position they give is checked against the
+// report length before use. A value the lookup cannot answer (usage ranges, a
+// Set on a report whose byte 0 is 0) goes the slow way, which checks the
+// whole header (HeaderCheck) and that the sections add up, as the calls that
+// report capabilities do; the calls that copy capabilities or nodes also
+// check the body checksum.
 #pragma once
 
 #include <bit>
@@ -66,7 +66,7 @@ struct Header {
     std::uint16_t dataIndexCount[kReportTypeCount];
     std::uint16_t reserved1;
 };
-// ValueIndex::Open reads the hot words by these positions.
+// HotIndex::Open reads the hot words by these positions.
 static_assert(sizeof(Header) == 64 && std::is_trivially_copyable_v<Header>);
 static_assert(offsetof(Header, totalSize) == 8 && offsetof(Header, reportByteLength) == 12 &&
               offsetof(Header, nodeCount) == 22 && offsetof(Header, valueCapCount) == 24 &&
@@ -124,7 +124,7 @@ struct FieldRecord {
     std::uint16_t arrayIndexBase;  // arrays: index of usageMin among the field's usages
     std::uint16_t check;           // RecordCheck of the bytes before it
 };
-static_assert(sizeof(FieldRecord) == 32);
+static_assert(sizeof(FieldRecord) == 32 && offsetof(FieldRecord, check) == 30);
 static_assert(std::is_trivially_copyable_v<FieldRecord>);
 
 inline constexpr std::uint16_t kFieldArray = 0x0001;  // slots hold usage indices (Array main item)
@@ -241,12 +241,17 @@ inline bool SlotValid(const ValueSlot& s, std::size_t slot)
 // (the last without the check itself). Each word is rotated by its own byte
 // count, the words are XORed and folded: changing any one byte always changes
 // the check. The seed makes a zeroed record fail.
+inline std::uint16_t RecordCheck(const std::uint64_t (&w)[4])
+{
+    return Fold16(w[0] ^ std::rotl(w[1], 8) ^ std::rotl(w[2], 16) ^ std::rotl(w[3] & 0x0000FFFFFFFFFFFFULL, 24) ^
+                  0x5A5A3C3C96966969ULL);
+}
+
 inline std::uint16_t RecordCheck(const FieldRecord& record)
 {
     std::uint64_t w[4];
     std::memcpy(w, &record, sizeof w);
-    return Fold16(w[0] ^ std::rotl(w[1], 8) ^ std::rotl(w[2], 16) ^ std::rotl(w[3] & 0x0000FFFFFFFFFFFFULL, 24) ^
-                  0x5A5A3C3C96966969ULL);
+    return RecordCheck(w);
 }
 
 // Whether a field of these dimensions lies inside a report of that length
