@@ -81,30 +81,26 @@ bool SlotIsFree(const FieldRecord& field, std::uint32_t raw)
     return value < field.logicalMin || value > field.logicalMax;
 }
 
-struct UsageCall {
-    HotIndex index;
-};
-
 NTSTATUS OpenUsageCall(HIDP_REPORT_TYPE reportType, PHIDP_PREPARSED_DATA preparsedData, const ULONG* usageLength,
-                       const CHAR* report, ULONG reportLength, UsageCall& call)
+                       const CHAR* report, ULONG reportLength, HotIndex& index)
 {
     // An out-of-range type opens as type 0 so that a damaged blob still
     // answers HIDP_STATUS_INVALID_PREPARSED_DATA first.
     const bool typeValid = reportType >= HidP_Input && reportType <= HidP_Feature;
-    NTSTATUS status = call.index.Open(preparsedData, typeValid ? static_cast<std::size_t>(reportType) : 0);
+    NTSTATUS status = index.Open(preparsedData, typeValid ? static_cast<std::size_t>(reportType) : 0);
     if (!NT_SUCCESS(status)) return status;
     if (!typeValid) return HIDP_STATUS_INVALID_REPORT_TYPE;
     if (usageLength == nullptr || report == nullptr) return STATUS_INVALID_PARAMETER;
-    if (reportLength != call.index.ReportByteLength()) return HIDP_STATUS_INVALID_REPORT_LENGTH;
+    if (reportLength != index.ReportByteLength()) return HIDP_STATUS_INVALID_REPORT_LENGTH;
     if (reportLength == 0) return HIDP_STATUS_USAGE_NOT_FOUND;
     return HIDP_STATUS_SUCCESS;
 }
 
 // The button field holding `usage` for a Set or Unset.
-NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollection, USAGE usage, std::uint8_t reportId,
+NTSTATUS FindButton(const HotIndex& index, USAGE usagePage, USHORT linkCollection, USAGE usage, std::uint8_t reportId,
                     ReportIdRule rule, FieldRecord& found)
 {
-    const PreparsedView::Records records = call.index.ButtonRecords();
+    const PreparsedView::Records records = index.ButtonRecords();
     bool sawUsage = false;
     for (std::size_t i = 0; i < records.count; ++i) {
         FieldRecord field;
@@ -114,7 +110,7 @@ NTSTATUS FindButton(const UsageCall& call, USAGE usagePage, USHORT linkCollectio
         if (!LinkCollectionMatches(field.linkCollection, linkCollection)) continue;
         sawUsage = true;
         if (!ReportIdAccepted(field.reportId, reportId, rule)) continue;
-        if (!FieldFitsReport(field, call.index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (!FieldFitsReport(field, index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
         found = field;
         return HIDP_STATUS_SUCCESS;
     }
@@ -157,19 +153,44 @@ NTSTATUS UnsetOne(std::uint8_t* report, ULONG length, const FieldRecord& field, 
     return HIDP_STATUS_BUTTON_NOT_PRESSED;
 }
 
+// Set or Unset: one usage after the other, stopping at the first that fails.
+NTSTATUS ChangeUsages(HIDP_REPORT_TYPE reportType, USAGE usagePage, USHORT linkCollection, const USAGE* usageList,
+                      ULONG* usageLength, PHIDP_PREPARSED_DATA preparsedData, CHAR* reportChars, ULONG reportLength,
+                      bool set)
+{
+    HotIndex index;
+    NTSTATUS status = OpenUsageCall(reportType, preparsedData, usageLength, reportChars, reportLength, index);
+    if (status != HIDP_STATUS_SUCCESS) return status;
+    if (usageList == nullptr && *usageLength != 0) return STATUS_INVALID_PARAMETER;
+
+    auto* report = reinterpret_cast<std::uint8_t*>(reportChars);
+    const ReportIdRule rule = set ? ReportIdRule::AdoptIfZero : ReportIdRule::Match;
+    for (ULONG i = 0; i < *usageLength; ++i) {
+        FieldRecord field{};
+        status = FindButton(index, usagePage, linkCollection, usageList[i], report[0], rule, field);
+        if (status == HIDP_STATUS_SUCCESS)
+            status = set ? SetOne(report, reportLength, field, usageList[i])
+                         : UnsetOne(report, reportLength, field, usageList[i]);
+        if (status != HIDP_STATUS_SUCCESS) {
+            *usageLength = i;
+            return status;
+        }
+        if (report[0] == 0) report[0] = field.reportId;
+    }
+    return HIDP_STATUS_SUCCESS;
+}
+
 }  // namespace
 }  // namespace host::hid
 
-using host::hid::ReportIdRule;
-using host::hid::UsageCall;
 using host::hid::preparsed::FieldRecord;
 
 extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage, USHORT LinkCollection,
                                    USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
                                    CHAR* Report, ULONG ReportLength)
 {
-    UsageCall call;
-    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
+    host::hid::HotIndex index;
+    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, index);
     if (status != HIDP_STATUS_SUCCESS) return status;
     const ULONG capacity = *UsageLength;
     if (UsageList == nullptr && capacity != 0) return STATUS_INVALID_PARAMETER;
@@ -184,7 +205,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
         if (found < capacity) UsageList[found] = usage;
         ++found;
     };
-    const host::hid::PreparsedView::Records records = call.index.ButtonRecords();
+    const host::hid::PreparsedView::Records records = index.ButtonRecords();
     for (std::size_t i = 0; i < records.count; ++i) {
         FieldRecord field;
         if (!records.Get(i, field)) return HIDP_STATUS_INVALID_PREPARSED_DATA;
@@ -193,7 +214,7 @@ extern "C" NTSTATUS HidP_GetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
         sawPage = true;
         if (field.reportId != reportId) continue;
         sawReport = true;
-        if (!host::hid::FieldFitsReport(field, call.index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
+        if (!host::hid::FieldFitsReport(field, index.ReportByteLength())) return HIDP_STATUS_INVALID_PREPARSED_DATA;
         for (std::uint32_t element = 0; element < field.reportCount; ++element) {
             const std::uint32_t raw = host::hid::ReadElement(report, ReportLength, field, element);
             if (host::hid::IsArray(field)) {
@@ -214,45 +235,14 @@ extern "C" NTSTATUS HidP_SetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage,
                                    USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
                                    CHAR* Report, ULONG ReportLength)
 {
-    UsageCall call;
-    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
-    if (status != HIDP_STATUS_SUCCESS) return status;
-    if (UsageList == nullptr && *UsageLength != 0) return STATUS_INVALID_PARAMETER;
-
-    auto* report = reinterpret_cast<std::uint8_t*>(Report);
-    for (ULONG i = 0; i < *UsageLength; ++i) {
-        FieldRecord field{};
-        status = host::hid::FindButton(call, UsagePage, LinkCollection, UsageList[i], report[0],
-                                       ReportIdRule::AdoptIfZero, field);
-        if (status == HIDP_STATUS_SUCCESS) status = host::hid::SetOne(report, ReportLength, field, UsageList[i]);
-        if (status != HIDP_STATUS_SUCCESS) {
-            *UsageLength = i;
-            return status;
-        }
-        if (report[0] == 0) report[0] = field.reportId;
-    }
-    return HIDP_STATUS_SUCCESS;
+    return host::hid::ChangeUsages(ReportType, UsagePage, LinkCollection, UsageList, UsageLength, PreparsedData,
+                                   Report, ReportLength, true);
 }
 
 extern "C" NTSTATUS HidP_UnsetUsages(HIDP_REPORT_TYPE ReportType, USAGE UsagePage, USHORT LinkCollection,
                                      USAGE* UsageList, ULONG* UsageLength, PHIDP_PREPARSED_DATA PreparsedData,
                                      CHAR* Report, ULONG ReportLength)
 {
-    UsageCall call;
-    NTSTATUS status = host::hid::OpenUsageCall(ReportType, PreparsedData, UsageLength, Report, ReportLength, call);
-    if (status != HIDP_STATUS_SUCCESS) return status;
-    if (UsageList == nullptr && *UsageLength != 0) return STATUS_INVALID_PARAMETER;
-
-    auto* report = reinterpret_cast<std::uint8_t*>(Report);
-    for (ULONG i = 0; i < *UsageLength; ++i) {
-        FieldRecord field{};
-        status =
-            host::hid::FindButton(call, UsagePage, LinkCollection, UsageList[i], report[0], ReportIdRule::Match, field);
-        if (status == HIDP_STATUS_SUCCESS) status = host::hid::UnsetOne(report, ReportLength, field, UsageList[i]);
-        if (status != HIDP_STATUS_SUCCESS) {
-            *UsageLength = i;
-            return status;
-        }
-    }
-    return HIDP_STATUS_SUCCESS;
+    return host::hid::ChangeUsages(ReportType, UsagePage, LinkCollection, UsageList, UsageLength, PreparsedData,
+                                   Report, ReportLength, false);
 }
