@@ -298,6 +298,7 @@ NTSTATUS SendFeatureReport(const FeatureReportContext& context, ULONG verify, UL
 
     NTSTATUS status = STATUS_UNSUCCESSFUL;
     bool answered = false;
+    bool everAnswered = false;
     ULONG matched = 0;
     for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
         std::memset(sendOutput.Get(), 0, length);
@@ -309,6 +310,7 @@ NTSTATUS SendFeatureReport(const FeatureReportContext& context, ULONG verify, UL
             status = target->SendIoctlSynchronously(answer.Get(), length, IOCTL_HID_GET_FEATURE, nullptr);
         matched = std::memcmp(answer.Get(), context.Report, compareLength) == 0 ? 1 : 0;
         answered = AnyNonZero(answer.Get(), length);
+        everAnswered = everAnswered || answered;
         if (answered && answer.Get()[0] != context.ReportId)
             status = STATUS_UNSUCCESSFUL;
         const ULONG attemptVerified = verify == 0 ? 1 : matched;
@@ -322,8 +324,9 @@ NTSTATUS SendFeatureReport(const FeatureReportContext& context, ULONG verify, UL
     }
     // Two all-zero answers are no read-back at all: the caller's report keeps
     // what was sent, rather than a report without its ID that the following
-    // writes would then be made into.
-    if (NT_SUCCESS(status) && !answered)
+    // writes would then be made into. After a real first answer, a zero second
+    // one is the device's last word and is taken as it stands.
+    if (NT_SUCCESS(status) && !everAnswered)
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status))
         std::memcpy(context.Report, answer.Get(), length);

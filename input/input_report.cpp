@@ -225,11 +225,13 @@ NTSTATUS CustomSensor::ProcessInputReport(BYTE* report, ULONG length, ULONG firs
         NTSTATUS common = STATUS_SUCCESS;
         if (base == kSensorStateValueUsage || base == kSensorEventValueUsage || base == kCustomUsageUsage)
             common = HandleCommonInputUsage(base, signedValue, raw, &decoded, &handled);
-        // A failure, or the custom usage's UpdateDataField, sets the status;
-        // state and event values are diagnostics and leave it alone.
-        if (!NT_SUCCESS(common) || (handled && base == kCustomUsageUsage))
+        // Only a failure sets the status: a handled usage that succeeds
+        // leaves an earlier failure standing, and with it the rest of the read.
+        if (!NT_SUCCESS(common)) {
             status = common;
-        if (!NT_SUCCESS(common) || handled)
+            continue;
+        }
+        if (handled)
             continue;
         if (base < kCustomBooleanArrayUsage || base > kLastCustomValueUsage || base == kCustomValueAllUsage ||
             (usage & kUsageModifierMask) != 0)

@@ -32,15 +32,20 @@ struct ScenarioError {
     throw ScenarioError{path, std::move(reason)};
 }
 
-// A key comes from the file: shown with control characters escaped and cut
-// short, so that the error stays one readable line.
+// Text from the file (a key, a name) in an error: control characters escaped
+// and cut short, so that the error stays one readable line.
+std::string Shown(const std::string& text)
+{
+    constexpr std::size_t kShownChars = 40;
+    std::string shown = PrintablePath(text.substr(0, kShownChars));
+    if (text.size() > kShownChars)
+        shown += "...";
+    return shown;
+}
+
 std::string Member(const std::string& path, const std::string& key)
 {
-    constexpr std::size_t kShownKeyChars = 40;
-    std::string shown = PrintablePath(key.substr(0, kShownKeyChars));
-    if (key.size() > kShownKeyChars)
-        shown += "...";
-    return path.empty() ? shown : path + "." + shown;
+    return path.empty() ? Shown(key) : path + "." + Shown(key);
 }
 
 std::string Element(const std::string& path, std::size_t index)
@@ -469,7 +474,7 @@ CallStep ParseCall(const json& step, const std::string& path)
     call.name = GetString(step["call"], Member(path, "call"));
     const std::vector<std::string>& names = CallNames();
     if (std::find(names.begin(), names.end(), call.name) == names.end())
-        Fail(Member(path, "call"), "unknown callback \"" + call.name + "\"");
+        Fail(Member(path, "call"), "unknown callback \"" + Shown(call.name) + "\"");
 
     const std::string& n = call.name;
     const bool listQuery = n == "GetSupportedDataFields" || n == "GetProperties" || n == "GetDataThresholds" ||
@@ -497,8 +502,13 @@ CallStep ParseCall(const json& step, const std::string& path)
             Fail(Member(path, "handle"), "expected \"other\"");
         call.options.otherHandle = true;
     }
-    if (step.contains("nullOutput"))
-        call.options.nullOutput = GetBool(step["nullOutput"], Member(path, "nullOutput"));
+    if (step.contains("nullOutput")) {
+        const bool nullOutput = GetBool(step["nullOutput"], Member(path, "nullOutput"));
+        // Only a size, interval or bytes-written output is nulled; the other
+        // calls have none, and their lists and buffers stay as given.
+        call.options.nullOutput =
+            nullOutput && (listQuery || n == "GetDataInterval" || n == "CancelHistoryRetrieval");
+    }
     if (step.contains("buffer"))
         call.buffer = ParseBuffer(step["buffer"], Member(path, "buffer"));
     if (step.contains("key")) {
