@@ -146,7 +146,7 @@ TEST(ScenarioFile, MalformedFilesNameThePathAndTheReason)
         {With("\"" + std::string(50, 'k') + "\":1"), std::string(40, 'k') + "...: unknown key"},
         {R"({"device":{"descriptor":"05 2G"}})", "device.descriptor: bad hex"},
         {R"({"device":{"descriptor":5}})", "device.descriptor: expected a string"},
-        {With(R"("options":{"clock":"yesterday"})"), "options.clock: expected a UTC time"},
+        {With(R"("options":{"clock":"yesterday"})"), "options.clock: expected an ISO 8601 time"},
         {With(R"("options":{"seed":-1})"), "options.seed: expected an integer"},
         {With(R"("options":{"traffic":"yes"})"), "options.traffic: expected true or false"},
         {With(R"("steps":{})"), "steps: expected an array"},
@@ -210,7 +210,7 @@ TEST(ScenarioFile, ValuesOfEveryTypeAreRead)
     EXPECT_EQ(call.list[0].key.pid, 7u);
 }
 
-TEST(ScenarioFile, ClockStartsAtTheGivenUtcTime)
+TEST(ScenarioFile, ClockStartsAtTheGivenIsoTimeTakenToUtc)
 {
     struct Case {
         const char* text;
@@ -219,6 +219,10 @@ TEST(ScenarioFile, ClockStartsAtTheGivenUtcTime)
         {"2026-01-01T00:00:00Z", 134116992000000000ull},
         {"1601-01-01T00:00:00Z", 0},
         {"2024-02-29T12:30:15.25Z", 133536834152500000ull},
+        {"2026-01-01T01:00:00+01:00", 134116992000000000ull},
+        {"2025-12-31T19:00-05:00", 134116992000000000ull},
+        {"2026-01-01T05:30:00+0530", 134116992000000000ull},
+        {"2026-01-01T00:00Z", 134116992000000000ull},
     };
     for (const Case& c : cases) {
         const std::optional<FILETIME> time = ParseUtcTime(c.text);
@@ -226,7 +230,9 @@ TEST(ScenarioFile, ClockStartsAtTheGivenUtcTime)
         EXPECT_EQ((std::uint64_t{time->dwHighDateTime} << 32) | time->dwLowDateTime, c.ticks) << c.text;
     }
     for (const char* bad : {"2025-02-29T00:00:00Z", "2026-01-01T24:00:00Z", "2026-01-01 00:00:00Z",
-                            "2026-01-01T00:00:00", "2026-01-01T00:00:00+01:00", "1600-12-31T23:59:59Z"})
+                            "2026-01-01T00:00:00", "1600-12-31T23:59:59Z", "1601-01-01T00:30:00+01:00",
+                            "2026-01-01T00:00:00+01:", "2026-01-01T00:00:00+24:00", "2026-01-01T00:00.5Z",
+                            "2026-01-01T00:00:00Z "})
         EXPECT_FALSE(ParseUtcTime(bad)) << bad;
 }
 

@@ -353,7 +353,7 @@ void ParseOptions(const json& value, Scenario& scenario)
     if (value.contains("clock")) {
         const std::optional<FILETIME> clock = ParseUtcTime(GetString(value["clock"], Member(path, "clock")));
         if (!clock)
-            Fail(Member(path, "clock"), "expected a UTC time such as \"2026-01-01T00:00:00Z\"");
+            Fail(Member(path, "clock"), "expected an ISO 8601 time such as \"2026-01-01T00:00:00Z\"");
         scenario.clock = *clock;
     }
     if (value.contains("seed"))
@@ -637,7 +637,8 @@ const std::vector<std::string>& CallNames()
 
 std::optional<FILETIME> ParseUtcTime(std::string_view text)
 {
-    // YYYY-MM-DDTHH:MM:SS[.fraction]Z
+    // ISO 8601 in extended form: YYYY-MM-DDTHH:MM[:SS[.fraction]] and a zone,
+    // Z or +HH:MM / -HH:MM (also +HHMM, +HH); an offset is taken back to UTC.
     const auto digits = [&](std::size_t at, std::size_t count, unsigned& value) {
         if (at + count > text.size())
             return false;
@@ -649,26 +650,54 @@ std::optional<FILETIME> ParseUtcTime(std::string_view text)
         }
         return true;
     };
+    const auto is = [&](std::size_t at, char c) { return at < text.size() && text[at] == c; };
     unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    if (!digits(0, 4, year) || text.size() < 20 || text[4] != '-' || !digits(5, 2, month) || text[7] != '-' ||
-        !digits(8, 2, day) || (text[10] != 'T' && text[10] != 't') || !digits(11, 2, hour) || text[13] != ':' ||
-        !digits(14, 2, minute) || text[16] != ':' || !digits(17, 2, second))
+    if (!digits(0, 4, year) || !is(4, '-') || !digits(5, 2, month) || !is(7, '-') || !digits(8, 2, day) ||
+        !(is(10, 'T') || is(10, 't')) || !digits(11, 2, hour) || !is(13, ':') || !digits(14, 2, minute))
         return std::nullopt;
-    std::size_t at = 19;
+    std::size_t at = 16;
     std::uint64_t fractionTicks = 0;
-    if (text[at] == '.') {
-        ++at;
-        std::uint64_t scale = 1'000'000;  // ticks per 0.1 s
-        const std::size_t begin = at;
-        while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
-            fractionTicks += static_cast<std::uint64_t>(text[at] - '0') * scale;
-            scale /= 10;
-            ++at;
-        }
-        if (at == begin)
+    if (is(at, ':')) {
+        if (!digits(at + 1, 2, second))
             return std::nullopt;
+        at += 3;
+        if (is(at, '.') || is(at, ',')) {
+            ++at;
+            std::uint64_t scale = 1'000'000;  // ticks per 0.1 s
+            const std::size_t begin = at;
+            while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
+                fractionTicks += static_cast<std::uint64_t>(text[at] - '0') * scale;
+                scale /= 10;
+                ++at;
+            }
+            if (at == begin)
+                return std::nullopt;
+        }
     }
-    if (at + 1 != text.size() || (text[at] != 'Z' && text[at] != 'z'))
+    std::int64_t offsetSeconds = 0;
+    if (is(at, 'Z') || is(at, 'z')) {
+        ++at;
+    } else if (is(at, '+') || is(at, '-')) {
+        const bool behind = text[at] == '-';
+        unsigned offsetHours = 0, offsetMinutes = 0;
+        if (!digits(at + 1, 2, offsetHours))
+            return std::nullopt;
+        at += 3;  // the sign and the hours
+        const bool colon = is(at, ':');
+        if (colon)
+            ++at;
+        if (colon || at < text.size()) {
+            if (!digits(at, 2, offsetMinutes))
+                return std::nullopt;
+            at += 2;
+        }
+        if (offsetHours > 23 || offsetMinutes > 59)
+            return std::nullopt;
+        offsetSeconds = (behind ? -1 : 1) * static_cast<std::int64_t>(offsetHours * 3600 + offsetMinutes * 60);
+    } else {
+        return std::nullopt;
+    }
+    if (at != text.size())
         return std::nullopt;
     static constexpr unsigned kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (year < 1601 || month < 1 || month > 12 || day < 1 || day > kDays[month - 1] || hour > 23 || minute > 59 ||
@@ -679,8 +708,10 @@ std::optional<FILETIME> ParseUtcTime(std::string_view text)
         return std::nullopt;
     // FILETIME counts 100-ns units from 1601-01-01.
     const std::int64_t days = DaysFromCivil(year, month, day) - DaysFromCivil(1601, 1, 1);
-    const std::uint64_t seconds = static_cast<std::uint64_t>(days) * 86400 + hour * 3600ull + minute * 60ull + second;
-    const std::uint64_t ticks = seconds * 10'000'000ull + fractionTicks;
+    const std::int64_t seconds = days * 86400 + hour * 3600ll + minute * 60ll + second - offsetSeconds;
+    if (seconds < 0)
+        return std::nullopt;  // before 1601 once taken back to UTC
+    const std::uint64_t ticks = static_cast<std::uint64_t>(seconds) * 10'000'000ull + fractionTicks;
     FILETIME time;
     time.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFF);
     time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
