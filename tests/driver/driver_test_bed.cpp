@@ -121,4 +121,40 @@ std::string DriverTestBed::UnloadAndCollectLeaks()
     return leaks;
 }
 
+std::uint64_t CallsDuringPrepare(const HidDeviceConfig& config, const SensorFactory* factory, host::FaultPoint point)
+{
+    DriverTestBed bed(config, factory);
+    EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
+    host::FaultInjector::Instance().FailNth(point, 0, 0);  // counts without failing
+    EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+    return host::FaultInjector::Instance().Calls(point);
+}
+
+std::set<host::FaultPoint> SweepEveryDriverCall(const std::function<std::unique_ptr<DriverTestBed>()>& makeBed,
+                                                const std::function<void(DriverTestBed&)>& cycle)
+{
+    std::uint64_t total = 0;
+    {
+        auto bed = makeBed();
+        cycle(*bed);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
+        total = host::FaultInjector::Instance().TotalCalls();
+    }
+    EXPECT_GT(total, 20u);
+    std::set<host::FaultPoint> failed;
+    for (std::uint64_t n = 1; n <= total; ++n) {
+        auto bed = makeBed();
+        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
+        cycle(*bed);
+        const auto point = host::FaultInjector::Instance().LastInjected();
+        if (!point.has_value()) {
+            ADD_FAILURE() << "call " << n << " of " << total << " never came";
+            break;
+        }
+        failed.insert(*point);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
+    }
+    return failed;
+}
+
 }  // namespace testdriver

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "hid/hid_device.h"
+#include "host/common/fault_injection.h"
 #include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
 #include "host/hidsim/simulated_hid_device.h"
@@ -86,5 +89,14 @@ private:
     bool added_ = false;
     bool unloaded_ = false;
 };
+
+// How often prepare-hardware on a fresh bed of `config` calls `point`.
+std::uint64_t CallsDuringPrepare(const HidDeviceConfig& config, const SensorFactory* factory, host::FaultPoint point);
+
+// Plays `cycle` on a bed of `makeBed` once to count the driver's platform
+// calls, then once per call with that call failing: every run must end with
+// nothing left behind. Returns the fault points that were failed.
+std::set<host::FaultPoint> SweepEveryDriverCall(const std::function<std::unique_ptr<DriverTestBed>()>& makeBed,
+                                                const std::function<void(DriverTestBed&)>& cycle);
 
 }  // namespace testdriver

@@ -16,11 +16,7 @@ using host::FaultPoint;
 
 std::uint64_t CallsDuringPrepare(FaultPoint point)
 {
-    DriverTestBed bed(AccelerometerActivityPedometer());
-    EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
-    FaultInjector::Instance().FailNth(point, 0, 0);
-    EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
-    return FaultInjector::Instance().Calls(point);
+    return testdriver::CallsDuringPrepare(AccelerometerActivityPedometer(), &kRecordingFactory, point);
 }
 
 struct SweepResult {

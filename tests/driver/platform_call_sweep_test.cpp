@@ -11,7 +11,6 @@
 namespace testdriver {
 namespace {
 
-using host::FaultInjector;
 using host::FaultPoint;
 
 // Load, add, prepare, D0 entry, D0 exit, release; whatever each step returns.
@@ -27,24 +26,8 @@ void Cycle(DriverTestBed& bed)
 
 TEST(PlatformCallSweep, EveryDriverCallOfALifecycleFailsInTurnAndTheDriverEndsClean)
 {
-    std::uint64_t total = 0;
-    {
-        DriverTestBed bed(AccelerometerActivityPedometer(), nullptr);
-        Cycle(bed);
-        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
-        total = FaultInjector::Instance().TotalCalls();
-    }
-    ASSERT_GT(total, 20u);
-    std::set<FaultPoint> failed;
-    for (std::uint64_t n = 1; n <= total; ++n) {
-        DriverTestBed bed(AccelerometerActivityPedometer(), nullptr);
-        FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
-        Cycle(bed);
-        const auto point = FaultInjector::Instance().LastInjected();
-        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
-        failed.insert(*point);
-        EXPECT_EQ(bed.UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
-    }
+    const std::set<FaultPoint> failed = SweepEveryDriverCall(
+        [] { return std::make_unique<DriverTestBed>(AccelerometerActivityPedometer(), nullptr); }, Cycle);
     for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::FrameworkMemory, FaultPoint::DeviceCreate,
                              FaultPoint::IoTargetCreate, FaultPoint::IoTargetOpen, FaultPoint::RequestCreate,
                              FaultPoint::RequestSend})

@@ -106,16 +106,6 @@ TEST(Examples, HumanRenderingShowsTheSameEvents)
     }
 }
 
-TEST(Examples, TheSameScenarioPrintsTheSameLines)
-{
-    const auto examples = Examples();
-    ASSERT_FALSE(examples.empty());
-    std::string error;
-    const std::optional<Scenario> scenario = ParseScenario(ReadText(examples.front()), error);
-    ASSERT_TRUE(scenario) << error;
-    EXPECT_EQ(Play(*scenario).out, Play(*scenario).out);
-}
-
 // A minimal valid device: a custom sensor without report IDs.
 constexpr const char* kDevice =
     R"("device":{"descriptor":"05 20 09 E1 A1 01 0A 44 05 15 00 26 FF 00 75 08 95 01 81 02 C0"})";
