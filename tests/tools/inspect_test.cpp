@@ -14,6 +14,7 @@
 #include <string>
 
 #include "host/hidparser/report_descriptor_parser.h"
+#include "tests/tools/tool_test_files.h"
 #include "tools/hidsensor/collection_caps.h"
 #include "tools/hidsensor/descriptor_input.h"
 #include "tools/hidsensor/inspect_command.h"
@@ -23,13 +24,6 @@
 
 namespace hidsensor {
 namespace {
-
-std::string WriteTemp(const std::string& name, const std::string& contents)
-{
-    const std::string path = testing::TempDir() + name;
-    std::ofstream(path, std::ios::binary) << contents;
-    return path;
-}
 
 int Inspect(std::vector<std::string> args, std::string& out, std::string& err)
 {
@@ -415,12 +409,6 @@ TEST(ReportLayout, UsagesTakeTheirOwnPageOrTheOneInForce)
     EXPECT_TRUE(layout.warnings.empty());
 }
 
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // The JSON keys every collection keeps, and report fields that never overlap.
 void JsonKeepsItsRules(const std::string& out)
 {
@@ -481,7 +469,7 @@ TEST(Inspect, EveryOutputOfTheRealDescriptorsMatchesItsGoldenAndKeepsItsRules)
                 ++jsonChecked;
             }
             ASSERT_TRUE(std::filesystem::exists(golden)) << golden << ": run scripts/update-inspect-goldens.sh";
-            EXPECT_EQ(out, ReadFile(golden)) << golden;
+            EXPECT_EQ(out, ReadText(golden)) << golden;
             if (output.option != nullptr) continue;
             std::istringstream lines(out);
             for (std::string line; std::getline(lines, line);) {

@@ -10,18 +10,13 @@
 #include <sstream>
 
 #include "host/sensorscx/tracing.h"
+#include "tests/tools/tool_test_files.h"
 #include "tools/hidsensor/command_line.h"
 #include "tools/hidsensor/scenario.h"
 #include "tools/hidsensor/scenario_runner.h"
 
 namespace hidsensor {
 namespace {
-
-std::string ReadText(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 std::vector<std::filesystem::path> Examples()
 {
