@@ -2,25 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "host/common/fault_injection.h"
-#include "host/hidparser/descriptor_text.h"
 #include "tracing/trace_provider.h"
 
 namespace testdriver {
-
-Bytes LoadDescriptor(const std::string& name)
-{
-    std::ifstream file(std::string(HIDSENSOR_TEST_DATA_DIR) + "/" + name + ".hex");
-    std::stringstream text;
-    text << file.rdbuf();
-    Bytes bytes;
-    std::string error;
-    EXPECT_TRUE(file.good() && host::hid::ParseHexDescriptor(text.str(), bytes, error)) << name << ": " << error;
-    return bytes;
-}
 
 Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars)
 {

@@ -19,13 +19,13 @@
 #include "tests/driver/endpoint_shim.h"
 #include "tests/driver/recording_sensors.h"
 #include "tests/driver/test_driver_module.h"
+#include "tests/test_data.h"
 
 namespace testdriver {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// The bytes of tests/data/<name>.hex.
-Bytes LoadDescriptor(const std::string& name);
+using testdata::LoadDescriptor;
 
 // A feature report of host::hid::sensor::CustomSensor(chars, ...): selectors,
 // a 100 ms report interval and `description` as UTF-16 in `chars` characters.
