@@ -7,13 +7,29 @@
 
 namespace testdriver {
 
-Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars)
+void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width)
 {
-    Bytes report = {reportId, 1, 1, 100, 0, 0, 0};
-    description.resize(chars, u'\0');
-    for (char16_t c : description) {
-        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
-        report.push_back(static_cast<std::uint8_t>(c >> 8));
+    for (int i = 0; i < width; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width)
+{
+    std::uint32_t value = 0;
+    for (int i = 0; i < width; ++i)
+        value |= std::uint32_t{bytes.at(offset + i)} << (8 * i);
+    return value;
+}
+
+Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
+                    std::uint16_t chars, std::uint8_t reportingSelector, std::uint8_t powerSelector)
+{
+    Bytes report = {reportId, reportingSelector, powerSelector};
+    PutLittleEndian(report, intervalMs, 4);
+    for (std::u16string text : strings) {
+        text.resize(chars, u'\0');
+        for (char16_t c : text)
+            PutLittleEndian(report, c, 2);
     }
     return report;
 }
@@ -44,8 +60,8 @@ HidDeviceConfig AccelerometerActivityPedometer()
         .WithSerialNumber(u"SN-7")
         .WithManufacturer(u"Contoso")
         .WithProduct(u"Hub")
-        .WithFeature(2, CustomFeatureReport(2, u"0x232", 16))
-        .WithFeature(3, CustomFeatureReport(3, u"0x230", 16));
+        .WithFeature(2, FeatureReport(2, 100, {u"0x232"}))
+        .WithFeature(3, FeatureReport(3, 100, {u"0x230"}));
 }
 
 std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traffic)

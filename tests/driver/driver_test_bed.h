@@ -27,9 +27,15 @@ using Bytes = std::vector<std::uint8_t>;
 
 using testdata::LoadDescriptor;
 
-// A feature report of host::hid::sensor::CustomSensor(chars, ...): selectors,
-// a 100 ms report interval and `description` as UTF-16 in `chars` characters.
-Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars);
+void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width);
+std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width);
+
+// A feature report: report ID, the reporting and power selectors, a 32-bit
+// interval and the UTF-16 strings, each padded to `chars` characters; the
+// layout of a builder CustomSensor whose features are, in this order,
+// ReportIntervalProperty() and StringProperty(usage, chars) per string.
+Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
+                    std::uint16_t chars = 16, std::uint8_t reportingSelector = 1, std::uint8_t powerSelector = 1);
 
 namespace hs = host::hid::sensor;
 using host::hidsim::HidDeviceConfig;

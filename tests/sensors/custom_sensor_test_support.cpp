@@ -15,19 +15,6 @@ constexpr GUID kCustomFmtid = {0xB14C764F, 0x07CF, 0x41E8, {0x9D, 0x82, 0xEB, 0x
 
 }  // namespace
 
-void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width)
-{
-    for (int i = 0; i < width; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
-
-std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width)
-{
-    std::uint32_t value = 0;
-    for (int i = 0; i < width; ++i)
-        value |= std::uint32_t{bytes.at(offset + i)} << (8 * i);
-    return value;
-}
 
 std::vector<std::string> Lines(const cx::CollectionListCopy& list)
 {
@@ -86,19 +73,6 @@ cx::CollectionListCopy ValueList(std::initializer_list<std::pair<PROPERTYKEY, PR
     for (const auto& [key, value] : entries)
         pairs.push_back({key, value});
     return cx::CollectionListCopy::FromEntries(pairs.data(), static_cast<ULONG>(pairs.size()));
-}
-
-Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
-                    std::uint16_t chars, std::uint8_t reportingSelector, std::uint8_t powerSelector)
-{
-    Bytes report = {reportId, reportingSelector, powerSelector};
-    PutLittleEndian(report, intervalMs, 4);
-    for (std::u16string text : strings) {
-        text.resize(chars, u'\0');
-        for (char16_t c : text)
-            PutLittleEndian(report, c, 2);
-    }
-    return report;
 }
 
 Bytes InputReport(HidDevice& device, std::uint8_t reportId, const std::vector<std::uint32_t>& fields,

@@ -42,16 +42,6 @@ PROPVARIANT UInt(ULONG value);
 PROPVARIANT Float(float value);
 cx::CollectionListCopy ValueList(std::initializer_list<std::pair<PROPERTYKEY, PROPVARIANT>> entries);
 
-void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width);
-std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width);
-
-// A feature report: report ID, the reporting and power selectors, a 32-bit
-// interval and the UTF-16 strings, each padded to `chars` characters; the
-// layout of a builder CustomSensor whose features are, in this order,
-// ReportIntervalProperty() and StringProperty(usage, chars) per string.
-Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
-                    std::uint16_t chars = 16, std::uint8_t reportingSelector = 1, std::uint8_t powerSelector = 1);
-
 // An input report of the collection's input length: ID, state and event
 // selectors, then `fields` little-endian in `widths` bytes each; zero padded.
 Bytes InputReport(HidDevice& device, std::uint8_t reportId, const std::vector<std::uint32_t>& fields,
