@@ -31,11 +31,10 @@ std::vector<std::string> Pairs(const cx::Sample& sample)
 
 cx::CollectionListCopy StreamThreshold(VARIANT_BOOL value)
 {
-    SENSOR_VALUE_PAIR pair{};
-    pair.Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 133};
-    pair.Value.vt = VT_BOOL;
-    pair.Value.boolVal = value;
-    return cx::CollectionListCopy::FromEntries(&pair, 1);
+    PROPVARIANT flag{};
+    flag.vt = VT_BOOL;
+    flag.boolVal = value;
+    return ValueList({{DataKey(133), flag}});
 }
 
 // A started sensor that delivers every sample.
@@ -121,17 +120,10 @@ TEST(ActivitySensorLists, RegistrationPublishesEveryListWithItsValues)
 TEST(ActivitySensorCalls, WrongHandlesAndAbsentOutputsAreRefused)
 {
     ClientBed t(ActivityDevice());
-    cx::CallOptions impostor;
-    impostor.otherHandle = true;
-    cx::CallOptions noOutput;
-    noOutput.nullOutput = true;
-    const PROPERTYKEY key = {kSensorDataFmtid, 134};
-    struct Case {
-        const char* what;
-        std::function<cx::CallResult()> call;
-        NTSTATUS status;
-    };
-    const Case cases[] = {
+    const cx::CallOptions impostor{.otherHandle = true};
+    const cx::CallOptions noOutput{.nullOutput = true};
+    const PROPERTYKEY key = DataKey(134);
+    ExpectStatuses(t, {
         {"start", [&] { return t.client->Start(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"thresholds", [&] { return t.client->GetDataThresholds(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
         {"field properties", [&] { return t.client->GetDataFieldProperties(0, &key, {}, impostor); }, STATUS_UNSUCCESSFUL},
@@ -144,15 +136,7 @@ TEST(ActivitySensorCalls, WrongHandlesAndAbsentOutputsAreRefused)
         {"no thresholds list", [&] { return t.client->SetDataThresholds(0, StreamThreshold(0), noOutput); },
          STATUS_INVALID_PARAMETER},
         {"interval below the minimum", [&] { return t.client->SetDataInterval(0, 49); }, STATUS_UNSUCCESSFUL},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const cx::CallResult result = c.call();
-        EXPECT_EQ(result.status, c.status);
-        if (result.size) {
-            EXPECT_EQ(*result.size, 0u);
-        }
-    }
+    });
     EXPECT_EQ(t.client->SetDataInterval(0, 50).status, STATUS_SUCCESS);
 }
 

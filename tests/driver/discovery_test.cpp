@@ -106,7 +106,7 @@ TEST(Classification, EveryKindOfDescriptionCreatesItsClassAndName)
     std::vector<hs::SensorShape> children(std::size(cases), Custom());
     HidDeviceConfig config = HidDeviceConfig{}.WithDescriptor(hs::BuildSensorContainer(children));
     for (std::uint8_t id = 1; id <= std::size(cases); ++id)
-        config.WithFeature(id, CustomFeatureReport(id, cases[id - 1].description, 16));
+        config.WithFeature(id, FeatureReport(id, 100, {cases[id - 1].description}));
     DriverTestBed bed(config);
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     ASSERT_EQ(bed.Hid()->SensorCount(), std::size(cases));
@@ -121,7 +121,7 @@ HidDeviceConfig ContainerWithCustomSecond(const std::u16string& description)
 {
     return HidDeviceConfig{}
         .WithDescriptor(hs::BuildSensorContainer({Accelerometer(), Custom(1)}))
-        .WithFeature(2, CustomFeatureReport(2, description, 16));
+        .WithFeature(2, FeatureReport(2, 100, {description}));
 }
 
 TEST(Classification, DeviceAnswersDecideTheKindAndTheNumberOfAttempts)
@@ -154,8 +154,8 @@ TEST(Classification, ALaterMatchingDescriptionOverridesAnEarlierOne)
         hs::SensorShape sensor = hs::CustomSensor(8, {hs::CustomValue(1)});
         sensor.reportId = 1;
         sensor.features.push_back(hs::StringProperty(hs::Modified(hs::kDescription, hs::kModMaximum), 8));
-        Bytes report = CustomFeatureReport(1, u"0x232", 8);
-        const Bytes tail = CustomFeatureReport(1, second, 8);
+        Bytes report = FeatureReport(1, 100, {u"0x232"}, 8);
+        const Bytes tail = FeatureReport(1, 100, {second}, 8);
         report.insert(report.end(), tail.begin() + 7, tail.end());
         DriverTestBed bed(HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(sensor)).WithFeature(1, report));
         ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
@@ -210,7 +210,7 @@ TEST(Discovery, SingleTopLevelCollections)
         custom.reportId = 4;
         DriverTestBed bed(HidDeviceConfig{}
                               .WithDescriptor(hs::BuildSingleSensor(custom))
-                              .WithFeature(4, CustomFeatureReport(4, u"0x232", 16)));
+                              .WithFeature(4, FeatureReport(4, 100, {u"0x232"})));
         ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
         ASSERT_EQ(bed.Hid()->SensorCount(), 1u);
         EXPECT_TRUE(IsPlainCustomSensor(bed.Sensor(0)));

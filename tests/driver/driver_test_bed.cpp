@@ -2,33 +2,34 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "host/common/fault_injection.h"
-#include "host/hidparser/descriptor_text.h"
 #include "tracing/trace_provider.h"
 
 namespace testdriver {
 
-Bytes LoadDescriptor(const std::string& name)
+void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width)
 {
-    std::ifstream file(std::string(HIDSENSOR_TEST_DATA_DIR) + "/" + name + ".hex");
-    std::stringstream text;
-    text << file.rdbuf();
-    Bytes bytes;
-    std::string error;
-    EXPECT_TRUE(file.good() && host::hid::ParseHexDescriptor(text.str(), bytes, error)) << name << ": " << error;
-    return bytes;
+    for (int i = 0; i < width; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
 }
 
-Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars)
+std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width)
 {
-    Bytes report = {reportId, 1, 1, 100, 0, 0, 0};
-    description.resize(chars, u'\0');
-    for (char16_t c : description) {
-        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
-        report.push_back(static_cast<std::uint8_t>(c >> 8));
+    std::uint32_t value = 0;
+    for (int i = 0; i < width; ++i)
+        value |= std::uint32_t{bytes.at(offset + i)} << (8 * i);
+    return value;
+}
+
+Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
+                    std::uint16_t chars, std::uint8_t reportingSelector, std::uint8_t powerSelector)
+{
+    Bytes report = {reportId, reportingSelector, powerSelector};
+    PutLittleEndian(report, intervalMs, 4);
+    for (std::u16string text : strings) {
+        text.resize(chars, u'\0');
+        for (char16_t c : text)
+            PutLittleEndian(report, c, 2);
     }
     return report;
 }
@@ -59,8 +60,8 @@ HidDeviceConfig AccelerometerActivityPedometer()
         .WithSerialNumber(u"SN-7")
         .WithManufacturer(u"Contoso")
         .WithProduct(u"Hub")
-        .WithFeature(2, CustomFeatureReport(2, u"0x232", 16))
-        .WithFeature(3, CustomFeatureReport(3, u"0x230", 16));
+        .WithFeature(2, FeatureReport(2, 100, {u"0x232"}))
+        .WithFeature(3, FeatureReport(3, 100, {u"0x230"}));
 }
 
 std::vector<int> FeatureIds(const std::vector<host::hidsim::TrafficEvent>& traffic)
@@ -119,6 +120,42 @@ std::string DriverTestBed::UnloadAndCollectLeaks()
     for (const std::string& violation : host_->Violations())
         leaks += " violation: " + violation;
     return leaks;
+}
+
+std::uint64_t CallsDuringPrepare(const HidDeviceConfig& config, const SensorFactory* factory, host::FaultPoint point)
+{
+    DriverTestBed bed(config, factory);
+    EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
+    host::FaultInjector::Instance().FailNth(point, 0, 0);  // counts without failing
+    EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
+    return host::FaultInjector::Instance().Calls(point);
+}
+
+std::set<host::FaultPoint> SweepEveryDriverCall(const std::function<std::unique_ptr<DriverTestBed>()>& makeBed,
+                                                const std::function<void(DriverTestBed&)>& cycle)
+{
+    std::uint64_t total = 0;
+    {
+        auto bed = makeBed();
+        cycle(*bed);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
+        total = host::FaultInjector::Instance().TotalCalls();
+    }
+    EXPECT_GT(total, 20u);
+    std::set<host::FaultPoint> failed;
+    for (std::uint64_t n = 1; n <= total; ++n) {
+        auto bed = makeBed();
+        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
+        cycle(*bed);
+        const auto point = host::FaultInjector::Instance().LastInjected();
+        if (!point.has_value()) {
+            ADD_FAILURE() << "call " << n << " of " << total << " never came";
+            break;
+        }
+        failed.insert(*point);
+        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
+    }
+    return failed;
 }
 
 }  // namespace testdriver

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "hid/hid_device.h"
+#include "host/common/fault_injection.h"
 #include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
 #include "host/hidsim/simulated_hid_device.h"
@@ -16,17 +19,23 @@
 #include "tests/driver/endpoint_shim.h"
 #include "tests/driver/recording_sensors.h"
 #include "tests/driver/test_driver_module.h"
+#include "tests/test_data.h"
 
 namespace testdriver {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// The bytes of tests/data/<name>.hex.
-Bytes LoadDescriptor(const std::string& name);
+using testdata::LoadDescriptor;
 
-// A feature report of host::hid::sensor::CustomSensor(chars, ...): selectors,
-// a 100 ms report interval and `description` as UTF-16 in `chars` characters.
-Bytes CustomFeatureReport(std::uint8_t reportId, std::u16string description, std::uint16_t chars);
+void PutLittleEndian(Bytes& bytes, std::uint32_t value, int width);
+std::uint32_t GetLittleEndian(const Bytes& bytes, std::size_t offset, int width);
+
+// A feature report: report ID, the reporting and power selectors, a 32-bit
+// interval and the UTF-16 strings, each padded to `chars` characters; the
+// layout of a builder CustomSensor whose features are, in this order,
+// ReportIntervalProperty() and StringProperty(usage, chars) per string.
+Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
+                    std::uint16_t chars = 16, std::uint8_t reportingSelector = 1, std::uint8_t powerSelector = 1);
 
 namespace hs = host::hid::sensor;
 using host::hidsim::HidDeviceConfig;
@@ -86,5 +95,14 @@ private:
     bool added_ = false;
     bool unloaded_ = false;
 };
+
+// How often prepare-hardware on a fresh bed of `config` calls `point`.
+std::uint64_t CallsDuringPrepare(const HidDeviceConfig& config, const SensorFactory* factory, host::FaultPoint point);
+
+// Plays `cycle` on a bed of `makeBed` once to count the driver's platform
+// calls, then once per call with that call failing: every run must end with
+// nothing left behind. Returns the fault points that were failed.
+std::set<host::FaultPoint> SweepEveryDriverCall(const std::function<std::unique_ptr<DriverTestBed>()>& makeBed,
+                                                const std::function<void(DriverTestBed&)>& cycle);
 
 }  // namespace testdriver

@@ -143,7 +143,7 @@ TEST(HidDeviceContract, FeatureReportAnswersThatAreEmpty)
     sensor.reportId = 4;
     DriverTestBed bed(HidDeviceConfig{}
                           .WithDescriptor(hs::BuildSingleSensor(sensor))
-                          .WithFeature(4, CustomFeatureReport(4, u"0x210", 16))
+                          .WithFeature(4, FeatureReport(4, 100, {u"0x210"}))
                           .WithRule(DeviceRule::Zeros(RuleTrigger::GetFeature)));
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     const ULONG length = bed.Hid()->Caps().FeatureReportByteLength;
@@ -174,10 +174,10 @@ TEST(HidDeviceContract, AnIoctlWithAnInputBufferSendsItWithTheOutputLength)
     sensor.reportId = 4;
     DriverTestBed bed(HidDeviceConfig{}
                           .WithDescriptor(hs::BuildSingleSensor(sensor))
-                          .WithFeature(4, CustomFeatureReport(4, u"0x210", 16)));
+                          .WithFeature(4, FeatureReport(4, 100, {u"0x210"})));
     ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
     const ULONG length = bed.Hid()->Caps().FeatureReportByteLength;
-    Bytes report = CustomFeatureReport(4, u"0x211", 16);
+    Bytes report = FeatureReport(4, 100, {u"0x211"});
     ASSERT_EQ(report.size(), length);
     Bytes output(length, 0);
     bed.Sim().ClearTraffic();

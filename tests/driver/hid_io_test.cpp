@@ -35,8 +35,8 @@ TEST(FeatureReport, AttemptsAndAnswers)
         SCOPED_TRACE(c.what);
         DriverTestBed bed(HidDeviceConfig{}
                               .WithDescriptor(hs::BuildSingleSensor(sensor))
-                              .WithFeature(4, CustomFeatureReport(4, u"0x210", 16))
-                              .WithFeature(5, CustomFeatureReport(5, u"0x210", 16)));
+                              .WithFeature(4, FeatureReport(4, 100, {u"0x210"}))
+                              .WithFeature(5, FeatureReport(5, 100, {u"0x210"})));
         ASSERT_EQ(bed.Prepare(), STATUS_SUCCESS);
         bed.Sim().ClearTraffic();
         std::string error;

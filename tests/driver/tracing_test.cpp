@@ -16,7 +16,7 @@ TEST(Tracing, SessionLevelAndFlagsSelectTheClassesAndUnloadUnregisters)
 {
     DriverTestBed bed(HidDeviceConfig{}
                           .WithDescriptor(hs::BuildSensorContainer({Custom(1)}))
-                          .WithFeature(1, CustomFeatureReport(1, u"0x232", 16)));
+                          .WithFeature(1, FeatureReport(1, 100, {u"0x232"})));
     ASSERT_EQ(bed.Load(), STATUS_SUCCESS);
     EXPECT_TRUE(TracingStarted());
     EXPECT_EQ(g_TraceControlBlock.EnableLevel.load(), kTraceLevelVerbose);

@@ -17,12 +17,6 @@ namespace {
 
 constexpr ULONG kIoctl = 0x000B01A8;
 
-UNICODE_STRING Name(const char16_t* text)
-{
-    const auto length = static_cast<USHORT>(std::char_traits<char16_t>::length(text) * 2);
-    return UNICODE_STRING{length, length, const_cast<PWSTR>(text)};
-}
-
 // A host with a driver and a device, and the objects the calls below work on.
 // The out handles receive whatever the calls create.
 class CallTest : public HostTest {

@@ -6,13 +6,6 @@
 namespace host::framework::testing {
 namespace {
 
-// A UNICODE_STRING over a string that outlives it (a literal).
-UNICODE_STRING Name(const char16_t* text)
-{
-    const auto length = static_cast<USHORT>(std::char_traits<char16_t>::length(text) * 2);
-    return UNICODE_STRING{length, length, const_cast<PWSTR>(text)};
-}
-
 class RegistryTest : public DeviceTest {
 protected:
     void SetUp() override

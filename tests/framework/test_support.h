@@ -28,6 +28,12 @@ NTSTATUS MiniDriverEntry(void* loaderInterface, void* context, PDRIVER_OBJECT dr
 
 WDF_OBJECT_ATTRIBUTES Attributes(WDFOBJECT parent, PCWDF_OBJECT_CONTEXT_TYPE_INFO context = nullptr);
 WDF_IO_TARGET_OPEN_PARAMS OpenByFile();
+// A UNICODE_STRING over a string that outlives it (a literal).
+inline UNICODE_STRING Name(const char16_t* text)
+{
+    const auto length = static_cast<USHORT>(std::char_traits<char16_t>::length(text) * 2);
+    return UNICODE_STRING{length, length, const_cast<PWSTR>(text)};
+}
 inline FaultInjector& Faults() { return FaultInjector::Instance(); }
 
 // A clean process state and a host, no driver yet. TearDown unloads and fails

@@ -1,8 +1,5 @@
 #include "test_support.h"
 
-#include <fstream>
-#include <sstream>
-
 #include <gtest/gtest.h>
 
 #include "host/hidparser/descriptor_text.h"
@@ -15,16 +12,6 @@ std::vector<std::uint8_t> Hex(const std::string& text)
     std::string error;
     EXPECT_TRUE(ParseHexDescriptor(text, bytes, error)) << error;
     return bytes;
-}
-
-std::vector<std::uint8_t> LoadDescriptor(const std::string& name)
-{
-    const std::string path = std::string(HIDPARSER_TEST_DATA_DIR) + "/" + name + ".hex";
-    std::ifstream file(path);
-    EXPECT_TRUE(file.good()) << "cannot read " << path;
-    std::stringstream text;
-    text << file.rdbuf();
-    return Hex(text.str());
 }
 
 std::vector<PreparsedBlob> ParseOk(const std::vector<std::uint8_t>& descriptor)

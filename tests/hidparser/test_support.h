@@ -8,11 +8,11 @@
 
 #include "host/hidparser/report_descriptor_parser.h"
 #include "platform/hidpi.h"
+#include "tests/test_data.h"
 
 namespace host::hid::test {
 
-// Bytes of tests/data/<name>.hex; fails the test when unreadable.
-std::vector<std::uint8_t> LoadDescriptor(const std::string& name);
+using testdata::LoadDescriptor;
 
 // Parses and expects success; the blobs of all top-level collections.
 std::vector<PreparsedBlob> ParseOk(const std::vector<std::uint8_t>& descriptor);

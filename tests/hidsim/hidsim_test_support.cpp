@@ -1,26 +1,8 @@
 #include "hidsim_test_support.h"
 
-#include <fstream>
-#include <sstream>
-
 #include <gtest/gtest.h>
 
-#include "host/hidparser/descriptor_text.h"
-
 namespace hidsim_test {
-
-Bytes LoadDescriptor(const std::string& name)
-{
-    const std::string path = std::string(HIDSIM_TEST_DATA_DIR) + "/" + name + ".hex";
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    Bytes bytes;
-    std::string error;
-    if (!file || !host::hid::ParseHexDescriptor(text.str(), bytes, error))
-        ADD_FAILURE() << "cannot load " << path << ": " << error;
-    return bytes;
-}
 
 std::unique_ptr<SimulatedHidDevice> MakeDevice(const HidDeviceConfig& config)
 {

@@ -12,6 +12,7 @@
 
 #include "host/hidsim/simulated_hid_device.h"
 #include "platform/hidclass.h"
+#include "tests/test_data.h"
 
 namespace hidsim_test {
 
@@ -23,8 +24,7 @@ using host::hidsim::SimulatedHidDevice;
 using Bytes = std::vector<std::uint8_t>;
 using IoctlResult = HidCollectionEndpoint::IoctlResult;
 
-// The bytes of tests/data/<name>.hex; adds a test failure when unreadable.
-Bytes LoadDescriptor(const std::string& name);
+using testdata::LoadDescriptor;
 // A configuration with only the named descriptor.
 inline HidDeviceConfig On(const std::string& descriptor)
 {

@@ -18,18 +18,13 @@ constexpr const char* kEntries = "HistoryMaxEntries";
 constexpr ULONG kRecordBytes = 144;  // three entries of 48 bytes
 constexpr ULONG kOneRecordList = 8 + kRecordBytes;
 
-struct HistoryBed {
-    explicit HistoryBed(std::optional<ULONG> entries = 3, std::optional<ULONG> interval = 1000,
-                        host::framework::ClockMode mode = host::framework::ClockMode::Deterministic)
-        : bed(ActivityDevice(), &SensorFactory::Default(), mode)
+struct HistoryBed : ClientBed {
+    explicit HistoryBed(ULONG entries = 3, ULONG interval = 1000)
+        : ClientBed(ActivityDevice(), host::framework::ClockMode::Deterministic, [=](DriverTestBed& fresh) {
+              fresh.Host().Registry().Preload(kSubkey, kEntries, entries);
+              fresh.Host().Registry().Preload(kSubkey, kInterval, interval);
+          })
     {
-        if (entries)
-            bed.Host().Registry().Preload(kSubkey, kEntries, *entries);
-        if (interval)
-            bed.Host().Registry().Preload(kSubkey, kInterval, *interval);
-        EXPECT_EQ(bed.Prepare(), STATUS_SUCCESS);
-        EXPECT_EQ(bed.Start(), STATUS_SUCCESS);
-        client = std::make_unique<cx::Client>(bed.Host().Device());
     }
 
     ActivitySensor& Sensor() { return *ActivityOf(bed.Sensor(0)); }
@@ -59,9 +54,6 @@ struct HistoryBed {
             confidences.push_back(record.Activity.confidence);
         return confidences;
     }
-
-    DriverTestBed bed;
-    std::unique_ptr<cx::Client> client;
 };
 
 TEST(HistorySettings, RegistryValuesAreRangeCheckedAndDefaultsWrittenBack)
@@ -281,6 +273,8 @@ TEST(HistoryRetrieval, AHeldWorkerMakesStartBusyAndCancelTimeOut)
     const cx::CallResult busy = t.client->CancelHistoryRetrieval(0);
     EXPECT_EQ(busy.status, STATUS_DEVICE_BUSY);
     EXPECT_EQ(busy.bytesWritten, 0u);
+    // A second cancel still finds the held worker and still waits for it.
+    EXPECT_EQ(t.client->CancelHistoryRetrieval(0).status, STATUS_DEVICE_BUSY);
 
     // Let go, it sees the cancel at its first poll: nothing taken, no completion.
     ASSERT_TRUE(t.bed.Host().ReleaseThread(t.History().WorkerThread()));
@@ -339,12 +333,6 @@ TEST(HistoryRetrieval, FailedScratchMemoryCompletesWithTheFailure)
     EXPECT_EQ(t.Record().historyCount, 2u);
 }
 
-}  // namespace
-}  // namespace testdriver
-
-namespace testdriver {
-namespace {
-
 // A lifecycle of an activity device with history: whatever each step returns.
 void HistoryCycle(DriverTestBed& bed)
 {
@@ -375,34 +363,14 @@ void HistoryCycle(DriverTestBed& bed)
 
 TEST(HistoryFaultSweep, EveryDriverCallOfAHistoryLifecycleFailsInTurnAndTheDriverEndsClean)
 {
-    auto makeBed = [] {
-        auto bed = std::make_unique<DriverTestBed>(ActivityDevice(), &SensorFactory::Default());
-        bed->Host().Registry().Preload(kSubkey, kInterval, 1000);
-        return bed;
-    };
-    std::uint64_t total = 0;
-    {
-        auto bed = makeBed();
-        HistoryCycle(*bed);
-        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
-        total = host::FaultInjector::Instance().TotalCalls();
-    }
-    ASSERT_GT(total, 20u);
-    for (std::uint64_t n = 1; n <= total; ++n) {
-        auto bed = makeBed();
-        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
-        HistoryCycle(*bed);
-        const auto point = host::FaultInjector::Instance().LastInjected();
-        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
-        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
-    }
+    SweepEveryDriverCall(
+        [] {
+            auto bed = std::make_unique<DriverTestBed>(ActivityDevice(), &SensorFactory::Default());
+            bed->Host().Registry().Preload(kSubkey, kInterval, 1000);
+            return bed;
+        },
+        HistoryCycle);
 }
-
-}  // namespace
-}  // namespace testdriver
-
-namespace testdriver {
-namespace {
 
 TEST(HistoryConstruction, WithoutSampleLockOrCancelEventTheSensorHasNoHistory)
 {
@@ -431,12 +399,6 @@ TEST(HistoryConstruction, WithoutSampleLockOrCancelEventTheSensorHasNoHistory)
         EXPECT_EQ(bed.UnloadAndCollectLeaks(), "");
     }
 }
-
-}  // namespace
-}  // namespace testdriver
-
-namespace testdriver {
-namespace {
 
 TEST(HistoryRecords, PedometerRecordsWriteElevenEntriesAndCompareWithoutTheirTime)
 {

@@ -17,16 +17,10 @@ namespace {
 constexpr ULONGLONG kStartTicks = ULONGLONG{0x01DA0000} << 32;
 constexpr ULONGLONG kTicksPerMs = 10'000;
 
-std::string Clsid(const std::string& guid) { return "CLSID \"" + guid + "\""; }
-std::string Str(const std::string& text) { return "LPWSTR \"" + text + "\""; }
-
 const std::string kRelativeType = Clsid("{40993B51-4706-44DC-98D5-C920C037FFAB}");
 const std::string kSimpleType = Clsid("{86A19291-0482-402C-BF4C-ADDAC52B1C39}");
 const std::string kMotion = Clsid("{CD09DAF1-3B2E-4C3D-B598-B5E5FF93FD46}");
 const std::string kOther = Clsid("{2C90E7A9-F4C9-4FA2-AF37-56D471FE5A3D}");
-
-constexpr GUID kDataFmtid = {0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}};
-constexpr GUID kCustomFmtid = {0xB14C764F, 0x07CF, 0x41E8, {0x9D, 0x82, 0xEB, 0xE3, 0xD0, 0x77, 0x6A, 0x6F}};
 
 // Published sensor 0 (report 2): relative orientation, custom values 1 to 4
 // in thousandths (16 bits, exponent -3), or with value 4 unscaled. Published
@@ -63,30 +57,6 @@ std::vector<std::string> Values(const cx::Sample& sample)
     std::vector<std::string> lines = Lines(sample.values);
     lines.erase(lines.begin());  // the timestamp
     return lines;
-}
-
-cx::CollectionListCopy ThresholdList(std::initializer_list<std::pair<PROPERTYKEY, PROPVARIANT>> entries)
-{
-    std::vector<SENSOR_VALUE_PAIR> pairs;
-    for (const auto& [key, value] : entries)
-        pairs.push_back({key, value});
-    return cx::CollectionListCopy::FromEntries(pairs.data(), static_cast<ULONG>(pairs.size()));
-}
-
-PROPVARIANT Float(float value)
-{
-    PROPVARIANT v{};
-    v.vt = VT_R4;
-    v.fltVal = value;
-    return v;
-}
-
-PROPVARIANT UInt(ULONG value)
-{
-    PROPVARIANT v{};
-    v.vt = VT_UI4;
-    v.ulVal = value;
-    return v;
 }
 
 TEST(OrientationSensors, ArePublishedWithTheirOwnLists)
@@ -136,7 +106,7 @@ TEST(OrientationSensors, ArePublishedWithTheirOwnLists)
               (std::vector<std::string>{Prop(50, "R4 0.001"), Prop(51, "R4 -1"), Prop(52, "R4 1")}));
     EXPECT_EQ(Lines(*s.DataFieldProperties),
               (std::vector<std::string>{Prop(50, "R4 1"), Prop(51, "R4 0"), Prop(52, "R4 10000")}));
-    const PROPERTYKEY component = {kDataFmtid, 71};
+    const PROPERTYKEY component = DataKey(71);
     for (std::size_t sensor : {0u, 1u}) {
         const cx::CallResult properties = t.client->GetDataFieldProperties(sensor, &component);
         EXPECT_EQ(properties.status, STATUS_NOT_SUPPORTED);
@@ -221,8 +191,8 @@ TEST(OrientationSensors, EachSimpleOrientationValueIsDeliveredAtOnce)
     }
     // Only custom value 1 as VT_UI4 is taken.
     SimpleDeviceOrientationSensor& simple = dynamic_cast<SimpleDeviceOrientationSensor&>(*t.bed.Sensor(2));
-    const PROPERTYKEY value1 = {kCustomFmtid, 7};
-    const PROPERTYKEY value2 = {kCustomFmtid, 8};
+    const PROPERTYKEY value1 = CustomKey(7);
+    const PROPERTYKEY value2 = CustomKey(8);
     const PROPVARIANT asFloat = Float(3.0f);
     const PROPVARIANT asUInt = UInt(3);
     EXPECT_EQ(simple.UpdateDataField(&value1, &asFloat), STATUS_SUCCESS);
@@ -235,9 +205,9 @@ TEST(OrientationSensors, ComponentThresholdsAreStoredAsFloatBitsAndFilterNothing
 {
     ClientBed t(OrientationDevice());
     const std::size_t trafficBefore = t.bed.Traffic().size();
-    const PROPERTYKEY w = {kDataFmtid, 70};
-    const PROPERTYKEY x = {kDataFmtid, 71};
-    const PROPERTYKEY unrelated = {kDataFmtid, 161};
+    const PROPERTYKEY w = DataKey(70);
+    const PROPERTYKEY x = DataKey(71);
+    const PROPERTYKEY unrelated = DataKey(161);
     PROPVARIANT asDouble{};
     asDouble.vt = VT_R8;
     asDouble.dblVal = 1.0;  // low 32 bits zero
@@ -247,13 +217,13 @@ TEST(OrientationSensors, ComponentThresholdsAreStoredAsFloatBitsAndFilterNothing
         std::vector<std::string> expected;
     };
     const Case cases[] = {
-        {"float for W", ThresholdList({{w, Float(0.5f)}}),
+        {"float for W", ValueList({{w, Float(0.5f)}}),
          {Data(71, "R4 0.2"), Data(72, "R4 0.2"), Data(73, "R4 0.2"), Data(70, "R4 0.5")}},
-        {"integer bits for X", ThresholdList({{x, UInt(1065353216)}}),
+        {"integer bits for X", ValueList({{x, UInt(1065353216)}}),
          {Data(71, "R4 1"), Data(72, "R4 0.2"), Data(73, "R4 0.2"), Data(70, "R4 0.5")}},
-        {"other keys ignored, a double's low half taken", ThresholdList({{unrelated, Float(9.0f)}, {w, asDouble}}),
+        {"other keys ignored, a double's low half taken", ValueList({{unrelated, Float(9.0f)}, {w, asDouble}}),
          {Data(71, "R4 1"), Data(72, "R4 0.2"), Data(73, "R4 0.2"), Data(70, "R4 0")}},
-        {"an empty list changes nothing", ThresholdList({}),
+        {"an empty list changes nothing", ValueList({}),
          {Data(71, "R4 1"), Data(72, "R4 0.2"), Data(73, "R4 0.2"), Data(70, "R4 0")}},
     };
     for (const Case& c : cases) {
@@ -272,13 +242,8 @@ TEST(OrientationSensors, RefusedCallsAndHistoryCallbacks)
     ClientBed t(OrientationDevice());
     const cx::CallOptions impostor{.otherHandle = true};
     const cx::CallOptions noOutput{.nullOutput = true};
-    const cx::CollectionListCopy list = ThresholdList({{{kDataFmtid, 70}, Float(0.5f)}});
-    struct Case {
-        const char* what;
-        std::function<cx::CallResult()> call;
-        NTSTATUS expected;
-    };
-    const Case cases[] = {
+    const cx::CollectionListCopy list = ValueList({{DataKey(70), Float(0.5f)}});
+    ExpectStatuses(t, {
         {"relative start", [&] { return t.client->Start(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"relative stop", [&] { return t.client->Stop(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"relative get thresholds", [&] { return t.client->GetDataThresholds(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
@@ -301,17 +266,7 @@ TEST(OrientationSensors, RefusedCallsAndHistoryCallbacks)
         {"clear history", [&] { return t.client->ClearHistory(0); }, STATUS_SUCCESS},
         {"retrieve history", [&] { return t.client->StartHistoryRetrieval(1, 1000); }, STATUS_SUCCESS},
         {"cancel retrieval", [&] { return t.client->CancelHistoryRetrieval(0); }, STATUS_SUCCESS},
-    };
-    const std::size_t trafficBefore = t.bed.Traffic().size();
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const cx::CallResult result = c.call();
-        EXPECT_EQ(result.status, c.expected);
-        if (result.size.has_value() && !NT_SUCCESS(result.status)) {
-            EXPECT_EQ(*result.size, 0u);
-        }
-    }
-    EXPECT_EQ(t.bed.Traffic().size(), trafficBefore);
+    });
     EXPECT_EQ(Lines(*t.client->GetDataThresholds(0).list)[3], Data(70, "R4 0.2"));
     EXPECT_EQ(Lines(*t.client->GetProperties(0).list)[2], Prop(20, "UI4 0"));
 }
@@ -321,14 +276,8 @@ TEST(OrientationSensors, ARegistrationFailureLeavesTheSensorUnpublished)
     using host::FaultInjector;
     using host::FaultPoint;
     // Framework memory: the device's objects, then per sensor its lists.
-    std::uint64_t calls = 0;
-    {
-        DriverTestBed probe(OrientationDevice(), &SensorFactory::Default());
-        ASSERT_EQ(probe.Load(), STATUS_SUCCESS);
-        FaultInjector::Instance().FailNth(FaultPoint::FrameworkMemory, 0, 0);
-        ASSERT_EQ(probe.Host().PrepareHardware(), STATUS_SUCCESS);
-        calls = FaultInjector::Instance().Calls(FaultPoint::FrameworkMemory);
-    }
+    const std::uint64_t calls =
+        CallsDuringPrepare(OrientationDevice(), &SensorFactory::Default(), FaultPoint::FrameworkMemory);
     // The last allocations are the simple sensor's six lists.
     for (std::uint64_t n = calls - 5; n <= calls; ++n) {
         SCOPED_TRACE(n);

@@ -16,28 +16,10 @@ namespace {
 constexpr ULONGLONG kStartTicks = ULONGLONG{0x01DA0000} << 32;
 constexpr std::uint8_t kReportId = 2;
 
-std::string Clsid(const std::string& guid) { return "CLSID \"" + guid + "\""; }
-std::string Str(const std::string& text) { return "LPWSTR \"" + text + "\""; }
 const std::string kPedometerType = Clsid("{B19F89AF-E3EB-444B-8DEA-202575A71599}");
 const std::string kMotion = Clsid("{CD09DAF1-3B2E-4C3D-B598-B5E5FF93FD46}");
 
-constexpr GUID kDataFmtid = {0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}};
-constexpr GUID kCustomFmtid = {0xB14C764F, 0x07CF, 0x41E8, {0x9D, 0x82, 0xEB, 0xE3, 0xD0, 0x77, 0x6A, 0x6F}};
-const PROPERTYKEY kStepCount = {kDataFmtid, 141};
-
-void Put(Bytes& bytes, std::uint32_t value, int width)
-{
-    for (int i = 0; i < width; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
-
-std::uint32_t Get(const Bytes& bytes, std::size_t offset, int width)
-{
-    std::uint32_t value = 0;
-    for (int i = 0; i < width; ++i)
-        value |= std::uint32_t{bytes.at(offset + i)} << (8 * i);
-    return value;
-}
+const PROPERTYKEY kStepCount = DataKey(141);
 
 // The pedometer's feature report, as the device holds it.
 struct Settings {
@@ -63,10 +45,10 @@ Bytes FeatureOf(const Settings& s)
 {
     Bytes report = FeatureReport(kReportId, s.interval, {u"0x230"}, 16, static_cast<std::uint8_t>(s.reporting),
                                  static_cast<std::uint8_t>(s.power));
-    Put(report, s.minimum, 4);
-    Put(report, s.batch, 4);
-    Put(report, s.sensitivity, 2);
-    Put(report, s.reset, 4);
+    PutLittleEndian(report, s.minimum, 4);
+    PutLittleEndian(report, s.batch, 4);
+    PutLittleEndian(report, s.sensitivity, 2);
+    PutLittleEndian(report, s.reset, 4);
     return report;
 }
 
@@ -74,11 +56,11 @@ Settings SettingsOf(const Bytes& report)
 {
     return {report.at(1),
             report.at(2),
-            Get(report, 3, 4),
-            Get(report, kMinimumOffset, 4),
-            Get(report, kBatchOffset, 4),
-            Get(report, kSensitivityOffset, 2),
-            Get(report, kResetOffset, 4)};
+            GetLittleEndian(report, 3, 4),
+            GetLittleEndian(report, kMinimumOffset, 4),
+            GetLittleEndian(report, kBatchOffset, 4),
+            GetLittleEndian(report, kSensitivityOffset, 2),
+            GetLittleEndian(report, kResetOffset, 4)};
 }
 
 // Sensor 0 (report 1) is an accelerometer placeholder; the pedometer is
@@ -121,28 +103,8 @@ struct PedometerBed : ClientBed {
     }
     std::size_t Delivered(const Steps& s) { return Feed(Report(s)).size(); }
     Settings Device() { return SettingsOf(bed.Sim().Feature(kReportId).value()); }
-    cx::CallResult Threshold(PROPVARIANT value)
-    {
-        SENSOR_VALUE_PAIR pair{kStepCount, value};
-        return client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&pair, 1));
-    }
+    cx::CallResult Threshold(PROPVARIANT value) { return client->SetDataThresholds(0, ValueList({{kStepCount, value}})); }
 };
-
-PROPVARIANT UInt(ULONG value)
-{
-    PROPVARIANT v{};
-    v.vt = VT_UI4;
-    v.ulVal = value;
-    return v;
-}
-
-PROPVARIANT Float(float value)
-{
-    PROPVARIANT v{};
-    v.vt = VT_R4;
-    v.fltVal = value;
-    return v;
-}
 
 TEST(Pedometer, IsPublishedWithItsLists)
 {
@@ -174,7 +136,7 @@ TEST(Pedometer, IsPublishedWithItsLists)
     EXPECT_EQ(fieldProperties.size, 152u);
     EXPECT_EQ(Lines(*fieldProperties.list),
               (std::vector<std::string>{Prop(50, "I8 1"), Prop(51, "UI4 0"), Prop(52, "UI4 4294967295")}));
-    const PROPERTYKEY stepType = {kDataFmtid, 140};
+    const PROPERTYKEY stepType = DataKey(140);
     const cx::CallResult refused = t.client->GetDataFieldProperties(0, &stepType);
     EXPECT_EQ(refused.status, STATUS_NOT_SUPPORTED);
     EXPECT_EQ(refused.size, 0u);
@@ -206,8 +168,8 @@ TEST(Pedometer, FiveUnsignedValuesMakeASampleAndOnlyThey)
     PedometerSensor& pedometer = t.Pedometer();
     const PROPVARIANT asFloat = Float(99.0f);
     const PROPVARIANT asUInt = UInt(5);
-    const PROPERTYKEY value2 = {kCustomFmtid, 8};
-    const PROPERTYKEY value6 = {kCustomFmtid, 12};
+    const PROPERTYKEY value2 = CustomKey(8);
+    const PROPERTYKEY value6 = CustomKey(12);
     pedometer.UpdateDataField(&value2, &asFloat);
     pedometer.UpdateDataField(&value6, &asUInt);
     EXPECT_EQ(pedometer.PropertyCache()->PendingFieldCount, 0u);
@@ -296,8 +258,7 @@ TEST(Pedometer, StepThresholdFromEachValueType)
     }
     // Other keys are ignored, and nothing reached the device.
     const std::size_t before = t.bed.Traffic().size();
-    SENSOR_VALUE_PAIR other{{kDataFmtid, 161}, UInt(9)};
-    EXPECT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&other, 1)).status, STATUS_SUCCESS);
+    EXPECT_EQ(t.client->SetDataThresholds(0, ValueList({{DataKey(161), UInt(9)}})).status, STATUS_SUCCESS);
     EXPECT_EQ(t.Pedometer().History()->stepThreshold.load(), 0u);
     EXPECT_EQ(t.bed.Traffic().size(), before);
 }
@@ -354,7 +315,7 @@ TEST(Pedometer, ClearHistoryPulsesThePedometerReset)
     const std::vector<host::hidsim::TrafficEvent> traffic = t.bed.Traffic();
     for (std::size_t i = before; i < traffic.size(); ++i)
         if (traffic[i].kind == TrafficKind::SetFeature)
-            resets.push_back(Get(traffic[i].bytes, kResetOffset, 4));
+            resets.push_back(GetLittleEndian(traffic[i].bytes, kResetOffset, 4));
     // Two write-backs of five writes each (interval, batch interval,
     // sensitivity, vendor values, reporting and power state): the vendor
     // write of the first sets the reset, that of the second clears it.
@@ -404,14 +365,8 @@ TEST(Pedometer, WrongHandlesAndAbsentArguments)
     PedometerBed t;
     const cx::CallOptions impostor{.otherHandle = true};
     const cx::CallOptions noOutput{.nullOutput = true};
-    SENSOR_VALUE_PAIR pair{kStepCount, UInt(5)};
-    const cx::CollectionListCopy list = cx::CollectionListCopy::FromEntries(&pair, 1);
-    struct Case {
-        const char* what;
-        std::function<cx::CallResult()> call;
-        NTSTATUS expected;
-    };
-    const Case cases[] = {
+    const cx::CollectionListCopy list = ValueList({{kStepCount, UInt(5)}});
+    ExpectStatuses(t, {
         {"start", [&] { return t.client->Start(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"stop", [&] { return t.client->Stop(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"get interval", [&] { return t.client->GetDataInterval(0, impostor); }, STATUS_UNSUCCESSFUL},
@@ -434,17 +389,7 @@ TEST(Pedometer, WrongHandlesAndAbsentArguments)
          [&] { return t.client->GetDataFieldProperties(0, &kStepCount, cx::ListBuffer::OfBytes(151)); },
          STATUS_INSUFFICIENT_RESOURCES},
         {"interval below the minimum", [&] { return t.client->SetDataInterval(0, 49); }, STATUS_UNSUCCESSFUL},
-    };
-    const std::size_t before = t.bed.Traffic().size();
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        const cx::CallResult result = c.call();
-        EXPECT_EQ(result.status, c.expected);
-        if (result.size.has_value()) {
-            EXPECT_EQ(*result.size, 0u);
-        }
-    }
-    EXPECT_EQ(t.bed.Traffic().size(), before);
+    });
     EXPECT_EQ(t.Pedometer().History()->stepThreshold.load(), 0u);
     EXPECT_EQ(t.Rec().modeFlags.load(), 0u);
 }
@@ -460,8 +405,7 @@ void PedometerCycle(DriverTestBed& bed)
         // A failure while classifying makes a plain custom sensor, whose
         // history operations answer success and do nothing.
         if (client.SensorCount() == 1 && dynamic_cast<PedometerSensor*>(bed.Sensor(1)) != nullptr) {
-            SENSOR_VALUE_PAIR pair{kStepCount, UInt(3)};
-            client.SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&pair, 1));
+            client.SetDataThresholds(0, ValueList({{kStepCount, UInt(3)}}));
             client.Start(0);
             client.StartHistory(0);
             const auto report = [&](std::uint32_t walking) {
@@ -487,27 +431,13 @@ void PedometerCycle(DriverTestBed& bed)
 
 TEST(PedometerFaultSweep, EveryDriverCallOfALifecycleFailsInTurnAndTheDriverEndsClean)
 {
-    auto makeBed = [] {
-        auto bed = std::make_unique<DriverTestBed>(PedometerDevice(), &SensorFactory::Default());
-        bed->Host().Registry().Preload("KPX_PedometerSensor", "HistorySampleReportInterval", 1000);
-        return bed;
-    };
-    std::uint64_t total = 0;
-    {
-        auto bed = makeBed();
-        PedometerCycle(*bed);
-        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "");
-        total = host::FaultInjector::Instance().TotalCalls();
-    }
-    ASSERT_GT(total, 20u);
-    for (std::uint64_t n = 1; n <= total; ++n) {
-        auto bed = makeBed();
-        host::FaultInjector::Instance().FailNthCall(n, STATUS_INSUFFICIENT_RESOURCES);
-        PedometerCycle(*bed);
-        const auto point = host::FaultInjector::Instance().LastInjected();
-        ASSERT_TRUE(point.has_value()) << "call " << n << " of " << total << " never came";
-        EXPECT_EQ(bed->UnloadAndCollectLeaks(), "") << "call " << n << ": " << host::FaultPointName(*point);
-    }
+    SweepEveryDriverCall(
+        [] {
+            auto bed = std::make_unique<DriverTestBed>(PedometerDevice(), &SensorFactory::Default());
+            bed->Host().Registry().Preload("KPX_PedometerSensor", "HistorySampleReportInterval", 1000);
+            return bed;
+        },
+        PedometerCycle);
 }
 
 }  // namespace

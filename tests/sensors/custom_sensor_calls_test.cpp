@@ -10,11 +10,6 @@
 namespace testdriver {
 namespace {
 
-PROPERTYKEY DataKey(DWORD pid)
-{
-    return {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, pid};
-}
-
 HidDeviceConfig GestureTap(std::uint32_t intervalMs = 100)
 {
     return HidDeviceConfig{}
@@ -61,12 +56,8 @@ TEST(CustomSensorCalls, AnotherHandleOrAbsentOutputIsRefusedAndChangesNothing)
     const cx::CallOptions impostor{.otherHandle = true};
     const cx::CallOptions noOutput{.nullOutput = true};
     cx::CollectionListCopy thresholds;
-    struct Case {
-        const char* what;
-        std::function<cx::CallResult()> call;
-        NTSTATUS expected;
-    };
-    const Case cases[] = {
+    // Nothing reaches the device, and the interval is unchanged.
+    ExpectStatuses(t, {
         {"start", [&] { return t.client->Start(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"stop", [&] { return t.client->Stop(0, impostor); }, STATUS_UNSUCCESSFUL},
         {"supported fields", [&] { return t.client->GetSupportedDataFields(0, {}, impostor); }, STATUS_UNSUCCESSFUL},
@@ -87,14 +78,7 @@ TEST(CustomSensorCalls, AnotherHandleOrAbsentOutputIsRefusedAndChangesNothing)
         // Data-field properties look at no handle and are never served.
         {"field properties", [&] { return t.client->GetDataFieldProperties(0, nullptr, {}, impostor); },
          STATUS_NOT_SUPPORTED},
-    };
-    const std::vector<host::hidsim::TrafficEvent> before = t.bed.Traffic();
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(c.call().status, c.expected);
-    }
-    // Nothing reached the device, and the interval is unchanged.
-    EXPECT_EQ(t.bed.Traffic().size(), before.size());
+    });
     EXPECT_EQ(t.Sensor(0)->Record()->CurrentReportInterval.load(), 100u);
     EXPECT_EQ(t.Sensor(0)->Record()->SensorProperties->List[3].Value.ulVal, 0u);
 }
@@ -125,14 +109,9 @@ TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
     ClientBed t(GestureTap());
     HidCollectionRecord& record = *t.Sensor(0)->Record();
     auto list = [](VARTYPE vt, float value) {
-        SENSOR_VALUE_PAIR pairs[2] = {};
-        pairs[0].Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 99};
-        pairs[0].Value.vt = VT_R4;
-        pairs[0].Value.fltVal = 9.0f;
-        pairs[1].Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 161};
-        pairs[1].Value.vt = vt;
-        pairs[1].Value.fltVal = value;
-        return cx::CollectionListCopy::FromEntries(pairs, 2);
+        PROPVARIANT threshold = Float(value);
+        threshold.vt = vt;
+        return ValueList({{DataKey(99), Float(9.0f)}, {DataKey(161), threshold}});
     };
     EXPECT_EQ(t.client->SetDataThresholds(0, list(VT_R4, 2.5f)).status, STATUS_SUCCESS);
     EXPECT_EQ(record.DataThresholds[3].load(), 2.5f);
@@ -148,10 +127,9 @@ TEST(CustomSensorCalls, ThresholdOfCustomValue1IsStoredOnlyFromAFloat)
     EXPECT_NE(std::find(kinds.begin(), kinds.end(), static_cast<int>(TrafficKind::SetFeature)), kinds.end());
     // An entry with another key starts no write-back at all.
     t.bed.Sim().ClearTraffic();
-    SENSOR_VALUE_PAIR other = {};
-    other.Key = DataKey(99);
-    other.Value.vt = VT_R4;
-    EXPECT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&other, 1)).status, STATUS_SUCCESS);
+    PROPVARIANT empty{};
+    empty.vt = VT_R4;
+    EXPECT_EQ(t.client->SetDataThresholds(0, ValueList({{DataKey(99), empty}})).status, STATUS_SUCCESS);
     EXPECT_TRUE(t.bed.Traffic().empty());
     for (ULONG position = 0; position < kThresholdPositions; ++position)
         EXPECT_EQ(record.DataThresholds[position].load(), position == 3 ? 2.5f : 0.0f);
@@ -162,11 +140,7 @@ TEST(CustomSensorCalls, RegistrationFailuresEndCleanlyWithTheirStatus)
     using host::FaultInjector;
     using host::FaultPoint;
     auto callsDuringPrepare = [](FaultPoint point) {
-        DriverTestBed bed(GestureTap(), &SensorFactory::Default());
-        EXPECT_EQ(bed.Load(), STATUS_SUCCESS);
-        FaultInjector::Instance().FailNth(point, 0, 0);
-        EXPECT_EQ(bed.Host().PrepareHardware(), STATUS_SUCCESS);
-        return FaultInjector::Instance().Calls(point);
+        return CallsDuringPrepare(GestureTap(), &SensorFactory::Default(), point);
     };
     // A string or CLSID that cannot be copied leaves its entry empty; the
     // sensor is still published with every list.

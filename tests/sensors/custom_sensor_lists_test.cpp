@@ -9,8 +9,6 @@
 namespace testdriver {
 namespace {
 
-std::string Clsid(const std::string& guid) { return "CLSID \"" + guid + "\""; }
-
 constexpr ULONGLONG kStartTicks = ULONGLONG{0x01DA0000} << 32;
 constexpr ULONGLONG kTicksPerMs = 10'000;
 const std::string kCustomType = Clsid("{E83AF229-8640-4D18-A213-E22675EBB2C3}");
@@ -24,8 +22,7 @@ const hs::ValueField kTapSensitivity = hs::Property(
 Bytes TapFeature(std::uint8_t reporting, std::uint8_t power, std::uint32_t intervalMs, std::uint16_t sensitivity)
 {
     Bytes report = FeatureReport(2, intervalMs, {u"0x210", u"Tap"}, 16, reporting, power);
-    report.push_back(static_cast<std::uint8_t>(sensitivity & 0xFF));
-    report.push_back(static_cast<std::uint8_t>(sensitivity >> 8));
+    PutLittleEndian(report, sensitivity, 2);
     return report;
 }
 
@@ -53,8 +50,6 @@ HidDeviceConfig TapOtherAndPlaceholder()
         .WithFeature(2, TapFeature(1, 1, 100, 0))
         .WithFeature(3, FeatureReport(3, 100, {u"gizmo"}));
 }
-
-std::string Str(const std::string& text) { return "LPWSTR \"" + text + "\""; }
 
 TEST(CustomSensorLists, TapAndOtherArePublishedWithTheirListsAndThePlaceholderIsNot)
 {
@@ -112,7 +107,7 @@ TEST(CustomSensorLists, TapAndOtherArePublishedWithTheirListsAndThePlaceholderIs
     EXPECT_EQ(Lines(*tap.DataFieldProperties),
               (std::vector<std::string>{Prop(50, "R4 0.1"), Prop(51, "R4 0"), Prop(52, "R4 10000")}));
     EXPECT_EQ(tap.DataFieldProperties->AllocatedSizeInBytes, 152u);
-    const PROPERTYKEY field = {{0xB14C764F, 0x07CF, 0x41E8, {0x9D, 0x82, 0xEB, 0xE3, 0xD0, 0x77, 0x6A, 0x6F}}, 7};
+    const PROPERTYKEY field = CustomKey(7);
     const cx::CallResult fieldProperties = t.client->GetDataFieldProperties(0, &field);
     EXPECT_EQ(fieldProperties.status, STATUS_NOT_SUPPORTED);
     const cx::CallResult thresholds = t.client->GetDataThresholds(0);
@@ -185,12 +180,7 @@ TEST(CustomSensorLists, StartIntervalThresholdsAndStopReachTheDeviceInOrder)
     setFeatures();
 
     // The threshold of custom value 1 becomes its sensitivity field: 1.5 as 150.
-    SENSOR_VALUE_PAIR threshold = {};
-    threshold.Key = {{0xC458F8A7, 0x4AE8, 0x4777, {0x96, 0x07, 0x2E, 0x9B, 0xDD, 0x65, 0x11, 0x0A}}, 161};
-    threshold.Value.vt = VT_R4;
-    threshold.Value.fltVal = 1.5f;
-    ASSERT_EQ(t.client->SetDataThresholds(0, cx::CollectionListCopy::FromEntries(&threshold, 1)).status,
-              STATUS_SUCCESS);
+    ASSERT_EQ(t.client->SetDataThresholds(0, ValueList({{DataKey(161), Float(1.5f)}})).status, STATUS_SUCCESS);
     // Interval, then the field's sensitivity, then reporting and power state.
     EXPECT_EQ(setFeatures(), (std::vector<Bytes>{TapFeature(1, 1, 250, 0), TapFeature(1, 1, 250, 150),
                                                  TapFeature(1, 1, 250, 150)}));

@@ -3,9 +3,12 @@
 // reports as bytes, and lists rendered one "KEY VT value" line per entry.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/sensorscx/client.h"
@@ -29,13 +32,15 @@ std::string Data(int pid, const std::string& vtAndValue);    // {C458F8A7-...} p
 std::string Prop(int pid, const std::string& vtAndValue);    // {D4247382-...} pid
 std::string Dev(int pid, const std::string& vtAndValue);     // {7F8383EC-...} pid
 std::string TimestampLine(ULONGLONG ticks);
+std::string Clsid(const std::string& guid);  // CLSID "guid"
+std::string Str(const std::string& text);    // LPWSTR "text"
 
-// A feature report: report ID, the reporting and power selectors, a 32-bit
-// interval and the UTF-16 strings, each padded to `chars` characters; the
-// layout of a builder CustomSensor whose features are, in this order,
-// ReportIntervalProperty() and StringProperty(usage, chars) per string.
-Bytes FeatureReport(std::uint8_t reportId, std::uint32_t intervalMs, const std::vector<std::u16string>& strings,
-                    std::uint16_t chars = 16, std::uint8_t reportingSelector = 1, std::uint8_t powerSelector = 1);
+// Keys and values as clients send them.
+PROPERTYKEY DataKey(DWORD pid);    // {C458F8A7-...} pid
+PROPERTYKEY CustomKey(DWORD pid);  // {B14C764F-...} pid
+PROPVARIANT UInt(ULONG value);
+PROPVARIANT Float(float value);
+cx::CollectionListCopy ValueList(std::initializer_list<std::pair<PROPERTYKEY, PROPVARIANT>> entries);
 
 // An input report of the collection's input length: ID, state and event
 // selectors, then `fields` little-endian in `widths` bytes each; zero padded.
@@ -46,9 +51,12 @@ Bytes InputReport(HidDevice& device, std::uint8_t reportId, const std::vector<st
 // (when `withName`) friendly name, all strings of 16 characters.
 hs::SensorShape CustomWithStrings(std::vector<hs::ValueField> values, bool withName);
 
-// A loaded, prepared and started bed with a client and a sample queue.
+// A loaded, prepared and started bed with a client and a sample queue;
+// `beforePrepare` may preload the registry.
 struct ClientBed {
-    explicit ClientBed(const HidDeviceConfig& config);
+    explicit ClientBed(const HidDeviceConfig& config,
+                       host::framework::ClockMode mode = host::framework::ClockMode::Deterministic,
+                       const std::function<void(DriverTestBed&)>& beforePrepare = {});
     DriverTestBed bed;
     std::unique_ptr<cx::Client> client;
     std::unique_ptr<cx::SampleQueue> samples;
@@ -57,6 +65,31 @@ struct ClientBed {
     HidDevice& Hid() const { return *bed.Hid(); }
     // Feeds one read and returns the samples it gave.
     std::vector<cx::Sample> Feed(const Bytes& read);
+};
+
+// A client call and the status it must answer.
+struct ExpectedCall {
+    const char* what;
+    std::function<cx::CallResult()> call;
+    NTSTATUS status;
+};
+// Makes each call: each answers its status, a failed one reports no size,
+// and none reaches the device.
+void ExpectStatuses(ClientBed& t, const std::vector<ExpectedCall>& calls);
+
+// Feeds a read on a thread of its own until destroyed; constructed, the first
+// read has been fed. `read(i)` gives the i-th read.
+class ReportStream {
+public:
+    ReportStream(DriverTestBed& bed, std::function<Bytes(std::uint32_t)> read);
+    ~ReportStream() { Stop(); }
+    void Stop();
+    int Fed() const { return fed_.load(); }
+
+private:
+    std::atomic<bool> feeding_{true};
+    std::atomic<int> fed_{0};
+    std::thread thread_;
 };
 
 }  // namespace testdriver

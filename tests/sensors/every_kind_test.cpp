@@ -13,8 +13,6 @@
 namespace testdriver {
 namespace {
 
-std::string Clsid(const std::string& guid) { return "CLSID \"" + guid + "\""; }
-
 enum Report : std::uint8_t { kPlaceholder = 1, kTap, kOther, kActivity, kPedometer, kRelative, kSimple };
 
 std::vector<hs::ValueField> Values(int count, std::uint8_t bits, std::int64_t min, std::int64_t max, int exponent)

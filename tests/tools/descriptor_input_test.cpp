@@ -4,18 +4,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <string>
+
+#include "tests/tools/tool_test_files.h"
 
 namespace hidsensor {
 namespace {
-
-std::string WriteTemp(const std::string& name, const std::string& contents)
-{
-    const std::string path = testing::TempDir() + name;
-    std::ofstream(path, std::ios::binary) << contents;
-    return path;
-}
 
 // Every refusal is one line naming the input.
 void ExpectOneLine(const std::string& err, const std::string& path, const std::string& reason)

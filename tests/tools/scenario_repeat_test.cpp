@@ -6,21 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
+#include "tests/tools/tool_test_files.h"
 #include "tools/hidsensor/scenario.h"
 #include "tools/hidsensor/scenario_runner.h"
 
 namespace hidsensor {
 namespace {
-
-std::string ReadText(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 std::string Play(const Scenario& scenario)
 {

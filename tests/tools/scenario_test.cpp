@@ -10,18 +10,13 @@
 #include <sstream>
 
 #include "host/sensorscx/tracing.h"
+#include "tests/tools/tool_test_files.h"
 #include "tools/hidsensor/command_line.h"
 #include "tools/hidsensor/scenario.h"
 #include "tools/hidsensor/scenario_runner.h"
 
 namespace hidsensor {
 namespace {
-
-std::string ReadText(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 std::vector<std::filesystem::path> Examples()
 {
@@ -104,16 +99,6 @@ TEST(Examples, HumanRenderingShowsTheSameEvents)
             headlines += line.size() > 11 && line.compare(9, 2, " s") == 0;
         EXPECT_EQ(headlines, events);
     }
-}
-
-TEST(Examples, TheSameScenarioPrintsTheSameLines)
-{
-    const auto examples = Examples();
-    ASSERT_FALSE(examples.empty());
-    std::string error;
-    const std::optional<Scenario> scenario = ParseScenario(ReadText(examples.front()), error);
-    ASSERT_TRUE(scenario) << error;
-    EXPECT_EQ(Play(*scenario).out, Play(*scenario).out);
 }
 
 // A minimal valid device: a custom sensor without report IDs.

@@ -1,6 +1,7 @@
 // What inspect shows a HID engineer: usage names, decoded item values, the
 // byte layout of every report (checked against the parser's own HidP_ calls),
-// the item listing, warnings, and the inputs people paste.
+// the item listing, warnings, the inputs people paste and the errors of bad
+// arguments, checked byte for byte against goldens on the real descriptors.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,9 +10,11 @@
 #include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include "host/hidparser/report_descriptor_parser.h"
+#include "tests/tools/tool_test_files.h"
 #include "tools/hidsensor/collection_caps.h"
 #include "tools/hidsensor/descriptor_input.h"
 #include "tools/hidsensor/inspect_command.h"
@@ -21,13 +24,6 @@
 
 namespace hidsensor {
 namespace {
-
-std::string WriteTemp(const std::string& name, const std::string& contents)
-{
-    const std::string path = testing::TempDir() + name;
-    std::ofstream(path, std::ios::binary) << contents;
-    return path;
-}
 
 int Inspect(std::vector<std::string> args, std::string& out, std::string& err)
 {
@@ -201,67 +197,8 @@ TEST(ReportLayout, PaddingAndSharedReportIdsArePlaced)
     EXPECT_EQ(layout.collections[1][0].fields[0].bitOffset, 32u);
 }
 
-TEST(Inspect, TextNamesEveryStandardUsageOfTheRealDescriptorsAndShowsEachReport)
-{
-    for (const std::string& path : DataFiles()) {
-        std::string out, err;
-        ASSERT_EQ(Inspect({path}, out, err), 0) << path << err;
-        std::size_t start = 0;
-        while (start < out.size()) {
-            const std::size_t end = out.find('\n', start);
-            const std::string line = out.substr(start, end - start);
-            start = end + 1;
-            EXPECT_LE(line.size(), 100u) << path << ": " << line;
-            if (line.rfind("Collection ", 0) == 0) continue;  // its header quotes the numbers
-            EXPECT_EQ(line.find("0x20:0x"), std::string::npos) << path << ": " << line;
-            EXPECT_EQ(line.find("exp 1"), std::string::npos) << path << ": " << line;
-        }
-        if (out.find("input 0, output 0, feature 0") == std::string::npos) {  // hutrr39-col1 has no fields
-            EXPECT_NE(out.find("byte.bit"), std::string::npos) << path;
-        }
-    }
-}
 
-TEST(Inspect, TextDecodesValuesAsTheAuthorMeantThem)
-{
-    std::string out, err;
-    ASSERT_EQ(Inspect({std::string(TEST_DATA_DIR) + "/hutrr39-accel3.hex"}, out, err), 0) << err;
-    EXPECT_NE(out.find("Feature report (no report ID): 15 bytes"), std::string::npos) << out;
-    EXPECT_NE(out.find("     5.0    32 x 1      Report Interval (Data,Var,Abs)"), std::string::npos) << out;
-    EXPECT_NE(out.find("logical 0..4294967295 (stored maximum -1)"), std::string::npos) << out;
-    EXPECT_NE(out.find("Reporting State: Report No Events, Report All Events,"), std::string::npos) << out;
-    EXPECT_NE(out.find("exponent 10^-2"), std::string::npos) << out;
-    // No physical range or unit where the descriptor gave none.
-    EXPECT_EQ(out.find("physical"), std::string::npos) << out;
-    EXPECT_EQ(out.find("unit "), std::string::npos) << out;
-}
 
-TEST(Inspect, JsonKeepsItsKeysAndAddsTheReportLayout)
-{
-    for (const std::string& path : DataFiles()) {
-        std::string out, err;
-        ASSERT_EQ(Inspect({"--json", path}, out, err), 0) << path << err;
-        const nlohmann::json json = nlohmann::json::parse(out);
-        for (const auto& collection : json.at("collections")) {
-            for (const char* key : {"index", "caps", "linkCollectionNodes", "valueCaps", "buttonCaps", "reports"})
-                EXPECT_TRUE(collection.contains(key)) << path << " " << key;
-            for (const auto& report : collection.at("reports")) {
-                const std::string type = report.at("type");
-                EXPECT_TRUE(type == "input" || type == "output" || type == "feature");
-                std::uint64_t end = 8;
-                for (const auto& field : report.at("fields")) {
-                    EXPECT_GE(field.at("bitOffset").get<std::uint64_t>(), end) << path;
-                    end = field.at("bitOffset").get<std::uint64_t>() +
-                          field.at("bitSize").get<std::uint64_t>() * field.at("reportCount").get<std::uint64_t>();
-                    EXPECT_TRUE(field.at("constant").is_boolean());
-                    EXPECT_TRUE(field.at("usagePage").is_number());
-                    EXPECT_TRUE(field.at("usages").is_array());
-                }
-                EXPECT_LE((end + 7) / 8, report.at("byteLength").get<std::uint64_t>()) << path;
-            }
-        }
-    }
-}
 
 TEST(Inspect, ItemsListEveryItemWithItsOffset)
 {
@@ -328,20 +265,6 @@ TEST(Inspect, WarningsFireOnDoubtfulDescriptorsWithoutChangingTheStatus)
     }
 }
 
-TEST(Inspect, RealDescriptorsWarnOnlyAboutNonApplicationTopLevelCollections)
-{
-    for (const std::string& path : DataFiles()) {
-        std::string out, err;
-        ASSERT_EQ(Inspect({path}, out, err), 0) << path << err;
-        std::size_t start = 0;
-        while (start < err.size()) {
-            const std::size_t end = err.find('\n', start);
-            const std::string line = err.substr(start, end - start);
-            start = end + 1;
-            EXPECT_NE(line.find("not an Application collection"), std::string::npos) << path << ": " << line;
-        }
-    }
-}
 
 TEST(Inspect, AcceptsWhatPeoplePaste)
 {
@@ -354,22 +277,63 @@ TEST(Inspect, AcceptsWhatPeoplePaste)
     const struct {
         const char* name;
         std::string contents;
+        bool binaryFlag;
     } cases[] = {
-        {"raw_without_flag", raw},
-        {"bom", "\xEF\xBB\xBF" + plain + "\n"},
+        {"raw_without_flag", raw, false},
+        {"raw_with_flag", raw, true},
+        {"bom", "\xEF\xBB\xBF" + plain + "\n", false},
+        {"commas", "0x05,0x20, 0x09,0xE1,0xA1,0x01,0x0A,0x44,0x05,0x15,0x00,0x26,0xFF,0x00,0x75,0x08,0x95,0x01,0x81,"
+                   "0x02,0xC0", false},
         {"comments", "# a custom sensor\n05 20 09 E1  // Usage Page, Usage\nA1 01 /* Collection */ 0A 44 05\n"
-                     "15 00 26 FF 00 # logical\n75 08 95 01 81 02 C0\n"},
+                     "15 00 26 FF 00 # logical\n75 08 95 01 81 02 C0\n", false},
         {"c_array", "static const uint8_t d[] = {\n  0x05, 0x20, 0x09, 0xE1, 0xA1, 0x01, // head\n"
-                    "  0x0A, 0x44, 0x05, 0x15, 0x00, 0x26, 0xFF, 0x00,\n  0x75, 0x08, 0x95, 0x01, 0x81, 0x02, 0xC0\n};\n"},
+                    "  0x0A, 0x44, 0x05, 0x15, 0x00, 0x26, 0xFF, 0x00,\n  0x75, 0x08, 0x95, 0x01, 0x81, 0x02, 0xC0\n};\n",
+         false},
         {"c_array_brace_below", "const unsigned char d[] =\n{ 0x05, 0x20, 0x09, 0xE1, 0xA1, 0x01, 0x0A, 0x44, 0x05, "
-                                "0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08, 0x95, 0x01, 0x81, 0x02, 0xC0 };\n"},
+                                "0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08, 0x95, 0x01, 0x81, 0x02, 0xC0 };\n", false},
+        {"recorder", "N: test\nR: 21 " + plain + "\nP: 0\n", false},
         {"usbhid_dump", "001:004:000:DESCRIPTOR         1357510667.911657\n 05 20 09 E1 A1 01 0A 44 05 15 00 26 FF 00 "
-                        "75 08\n 95 01 81 02 C0\n\n001:004:000:STREAM             1357510668.000000\n 01 02 03\n"},
+                        "75 08\n 95 01 81 02 C0\n\n001:004:000:STREAM             1357510668.000000\n 01 02 03\n", false},
     };
     for (const auto& c : cases) {
-        ASSERT_EQ(Inspect({WriteTemp(std::string("paste_") + c.name, c.contents)}, out, err), 0) << c.name << err;
+        std::vector<std::string> args;
+        if (c.binaryFlag) args.push_back("--binary");
+        args.push_back(WriteTemp(std::string("paste_") + c.name, c.contents));
+        ASSERT_EQ(Inspect(args, out, err), 0) << c.name << err;
         EXPECT_EQ(out, expected) << c.name;
     }
+}
+
+TEST(Inspect, BadArgumentsFilesAndDescriptorsAreErrors)
+{
+    const std::string composite = std::string(TEST_DATA_DIR) + "/hutrr39-col2.hex";
+    std::string out, err;
+    ASSERT_EQ(Inspect({"--json", "--collection", "1", composite}, out, err), 0) << err;
+    EXPECT_NE(out.find("\"index\": 1"), std::string::npos);
+    EXPECT_EQ(out.find("\"index\": 0"), std::string::npos);
+
+    const struct {
+        std::vector<std::string> args;
+        const char* error;  // a part of it
+    } cases[] = {
+        {{}, ""},
+        {{"--frobnicate", "x"}, ""},
+        {{"--collection"}, ""},
+        {{"--collection", "3", composite}, "no top-level collection 3"},
+        {{"--collection", "x1", composite}, ""},
+        {{"/nonexistent/descriptor.hex"}, "cannot open"},
+        {{WriteTemp("junk.hex", "05 2G")}, ""},
+        // A collection never closed: one line naming the offset, nothing on stdout.
+        {{WriteTemp("unbalanced.hex", "05 20 09 01 A1 01 09 E1 A1 00 C0")}, "offset"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args.empty() ? "no arguments" : c.args.front());
+        EXPECT_EQ(Inspect(c.args, out, err), 2);
+        EXPECT_FALSE(err.empty());
+        EXPECT_NE(err.find(c.error), std::string::npos) << err;
+    }
+    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(err.find('\n'), err.size() - 1) << err;
 }
 
 TEST(Inspect, CapturesOfSeveralDevicesShowEachOrThePickedOne)
@@ -407,12 +371,6 @@ TEST(Inspect, CapturesOfSeveralDevicesShowEachOrThePickedOne)
     EXPECT_NE(err.find("no device 3 (the input has 3)"), std::string::npos) << err;
 }
 
-}  // namespace
-}  // namespace hidsensor
-
-namespace hidsensor {
-namespace {
-
 TEST(Inspect, JsonReportsListPaddingAndOnlyTheUsagesThatTakeElements)
 {
     // Report 1: a 4-bit value, 4 bits of padding, then one 8-bit element of a
@@ -432,52 +390,6 @@ TEST(Inspect, JsonReportsListPaddingAndOnlyTheUsagesThatTakeElements)
     EXPECT_EQ(reports, expected) << reports.dump(2);
 }
 
-}  // namespace
-}  // namespace hidsensor
-
-namespace hidsensor {
-namespace {
-
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// Every output on every real descriptor, byte for byte
-// (scripts/update-inspect-goldens.sh rewrites them; read the diff).
-TEST(Inspect, EveryOutputMatchesItsGoldenOnTheRealDescriptors)
-{
-    const std::filesystem::path goldens = std::filesystem::path(INSPECT_GOLDEN_DIR);
-    std::size_t jsonChecked = 0;
-    for (const std::string& path : DataFiles()) {
-        const std::string name = std::filesystem::path(path).stem().string();
-        const struct {
-            const char* option;
-            const char* extension;
-        } outputs[] = {{nullptr, ".txt"}, {"--items", ".items"}, {"--json", ".json"}};
-        for (const auto& output : outputs) {
-            const auto golden = goldens / (name + output.extension);
-            if (std::string(output.extension) == ".json" && !std::filesystem::exists(golden)) continue;
-            ASSERT_TRUE(std::filesystem::exists(golden)) << golden << ": run scripts/update-inspect-goldens.sh";
-            std::vector<std::string> args;
-            if (output.option != nullptr) args.push_back(output.option);
-            args.push_back(path);
-            std::string out, err;
-            ASSERT_EQ(Inspect(args, out, err), 0) << path << err;
-            EXPECT_EQ(out, ReadFile(golden)) << golden;
-            if (std::string(output.extension) == ".json") ++jsonChecked;
-        }
-    }
-    EXPECT_GE(jsonChecked, 4u);
-}
-
-}  // namespace
-}  // namespace hidsensor
-
-namespace hidsensor {
-namespace {
-
 TEST(ReportLayout, UsagesTakeTheirOwnPageOrTheOneInForce)
 {
     // Usage Page 0xFFFF, then a 4-byte usage naming Sensors:Custom Value 1,
@@ -495,6 +407,83 @@ TEST(ReportLayout, UsagesTakeTheirOwnPageOrTheOneInForce)
     EXPECT_EQ(fields[1].usagePage, 0xFFFF);
     EXPECT_EQ(fields[1].usages[0].first, 0xFFFF0002u);
     EXPECT_TRUE(layout.warnings.empty());
+}
+
+// The JSON keys every collection keeps, and report fields that never overlap.
+void JsonKeepsItsRules(const std::string& out)
+{
+    const nlohmann::json json = nlohmann::json::parse(out);
+    for (const auto& collection : json.at("collections")) {
+        for (const char* key : {"index", "caps", "linkCollectionNodes", "valueCaps", "buttonCaps", "reports"})
+            EXPECT_TRUE(collection.contains(key)) << key;
+        for (const auto& report : collection.at("reports")) {
+            const std::string type = report.at("type");
+            EXPECT_TRUE(type == "input" || type == "output" || type == "feature");
+            std::uint64_t end = 8;
+            for (const auto& field : report.at("fields")) {
+                EXPECT_GE(field.at("bitOffset").get<std::uint64_t>(), end);
+                end = field.at("bitOffset").get<std::uint64_t>() +
+                      field.at("bitSize").get<std::uint64_t>() * field.at("reportCount").get<std::uint64_t>();
+                EXPECT_TRUE(field.at("constant").is_boolean());
+                EXPECT_TRUE(field.at("usagePage").is_number());
+                EXPECT_TRUE(field.at("usages").is_array());
+            }
+            EXPECT_LE((end + 7) / 8, report.at("byteLength").get<std::uint64_t>());
+        }
+    }
+}
+
+bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+// Every output on every real descriptor, byte for byte against its golden
+// (scripts/update-inspect-goldens.sh rewrites them; read the diff), and the
+// rules each output keeps whatever a golden says: readable text lines, the
+// JSON keys and non-overlapping fields, no warning but a non-Application
+// top-level collection.
+TEST(Inspect, EveryOutputOfTheRealDescriptorsMatchesItsGoldenAndKeepsItsRules)
+{
+    const std::filesystem::path goldens = std::filesystem::path(INSPECT_GOLDEN_DIR);
+    std::size_t jsonChecked = 0;
+    for (const std::string& path : DataFiles()) {
+        SCOPED_TRACE(path);
+        const std::string name = std::filesystem::path(path).stem().string();
+        const struct {
+            const char* option;
+            const char* extension;
+        } outputs[] = {{nullptr, ".txt"}, {"--items", ".items"}, {"--json", ".json"}};
+        for (const auto& output : outputs) {
+            SCOPED_TRACE(output.extension);
+            std::vector<std::string> args;
+            if (output.option != nullptr) args.push_back(output.option);
+            args.push_back(path);
+            std::string out, err;
+            ASSERT_EQ(Inspect(args, out, err), 0) << err;
+            std::istringstream errLines(err);
+            for (std::string line; std::getline(errLines, line);)
+                EXPECT_NE(line.find("not an Application collection"), std::string::npos) << line;
+
+            const auto golden = goldens / (name + output.extension);
+            if (std::string(output.extension) == ".json") {
+                JsonKeepsItsRules(out);
+                if (!std::filesystem::exists(golden)) continue;
+                ++jsonChecked;
+            }
+            ASSERT_TRUE(std::filesystem::exists(golden)) << golden << ": run scripts/update-inspect-goldens.sh";
+            EXPECT_EQ(out, ReadText(golden)) << golden;
+            if (output.option != nullptr) continue;
+            std::istringstream lines(out);
+            for (std::string line; std::getline(lines, line);) {
+                EXPECT_LE(line.size(), 100u) << line;
+                if (StartsWith(line, "Collection ")) continue;  // its header quotes the numbers
+                EXPECT_EQ(line.find("0x20:0x"), std::string::npos) << line;
+                EXPECT_EQ(line.find("exp 1"), std::string::npos) << line;
+            }
+            if (out.find("input 0, output 0, feature 0") == std::string::npos) {  // hutrr39-col1 has no fields
+                EXPECT_NE(out.find("byte.bit"), std::string::npos);
+            }
+        }
+    }
+    EXPECT_GE(jsonChecked, 4u);
 }
 
 }  // namespace
