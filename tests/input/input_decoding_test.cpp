@@ -3,6 +3,7 @@
 // the samples.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "host/common/fault_injection.h"
@@ -146,6 +147,33 @@ TEST(InputDecoding, SamplesCompleteAcrossReportsOfOneReadAndRestartWithEachRead)
         EXPECT_EQ(Lines(samples[0].values)[3], Custom(8, "UI4 4"));
         EXPECT_EQ(t.Sensor(0)->PropertyCache()->PendingFieldCount, 0u);
     }
+}
+
+// A failed read stays the report's status through a custom usage decoded
+// after it, so the reader drops the rest of the read.
+TEST(InputDecoding, ACustomUsageAfterAFailedReadKeepsTheFailure)
+{
+    // Custom value 2 is 65 elements of 16 bits: 130 bytes, more than the
+    // 128-byte array buffer, so reading it fails on every report.
+    ClientBed t(OneCustomSensor({Field(1, 16, -32767, 32767, 0), Field(2, 16, -32767, 32767, 0, 0, 65),
+                                 hs::Property(hs::kCustomUsage, 16, 0, 0xFFFF)}));
+    auto report = [&](std::uint8_t value1) {
+        Bytes bytes = InputReport(t.Hid(), 1, {value1}, {2});
+        bytes[3 + 2 + 130] = 0x41;  // custom usage 0x541
+        bytes[3 + 2 + 131] = 0x05;
+        return bytes;
+    };
+    Bytes single = report(5);
+    EXPECT_EQ(t.Sensor(0)->ProcessInputReport(single.data(), static_cast<ULONG>(single.size()), 1),
+              HIDP_STATUS_BUFFER_TOO_SMALL);
+
+    Bytes read = report(6);
+    const Bytes second = report(9);
+    read.insert(read.end(), second.begin(), second.end());
+    t.Feed(read);
+    const std::vector<std::string> data = Lines(*t.Sensor(0)->Record()->Data);
+    EXPECT_NE(std::find(data.begin(), data.end(), Custom(7, "UI4 6")), data.end());
+    EXPECT_EQ(std::find(data.begin(), data.end(), Custom(7, "UI4 9")), data.end());
 }
 
 TEST(InputDecoding, ReportsThatCannotBeDecodedChangeNothingButTheCount)

@@ -140,6 +140,7 @@ TEST(ScenarioFile, MalformedFilesNameThePathAndTheReason)
         {With(R"("steps":[{"advance":-5}])"), "steps[0].advance: expected an integer"},
         {With(R"("steps":[{"input":"0x1"}])"), "steps[0].input: bad hex"},
         {With(R"("steps":[{"call":"Launch","sensor":0}])"), "steps[0].call: unknown callback"},
+        {With(R"("steps":[{"call":"St\nart"}])"), "steps[0].call: unknown callback \"St\\x0aart\""},
         {With(R"("steps":[{"call":"Start","sensor":0,"ms":5}])"), "steps[0].ms: unknown key for call Start"},
         {With(R"("steps":[{"call":"SetDataInterval","sensor":0}])"), "steps[0].ms: missing"},
         {With(R"("steps":[{"call":"GetProperties","buffer":"big"}])"), "steps[0].buffer: expected"},
@@ -193,6 +194,25 @@ TEST(ScenarioFile, ValuesOfEveryTypeAreRead)
     EXPECT_EQ(call.list[6].unsignedInteger, 134116992000000000u);
     EXPECT_EQ(call.list[8].text, u"Grüße \U0001F600");
     EXPECT_EQ(call.list[0].key.pid, 7u);
+}
+
+// nullOutput nulls a size, interval or bytes-written output; the calls that
+// have none take their list or buffer as given.
+TEST(ScenarioFile, NullOutputOnlyReachesCallsWithSuchAnOutput)
+{
+    const std::pair<const char*, bool> cases[] = {
+        {R"("call":"GetProperties")", true},           {R"("call":"GetDataInterval")", true},
+        {R"("call":"CancelHistoryRetrieval")", true},  {R"("call":"SetDataThresholds","list":[])", false},
+        {R"("call":"StartHistoryRetrieval","bytes":64)", false}, {R"("call":"Start")", false},
+    };
+    for (const auto& [call, nulled] : cases) {
+        SCOPED_TRACE(call);
+        std::string error;
+        const std::optional<Scenario> scenario =
+            ParseScenario(With(std::string(R"("steps":[{)") + call + R"(,"nullOutput":true}])"), error);
+        ASSERT_TRUE(scenario) << error;
+        EXPECT_EQ(std::get<CallStep>(scenario->steps.at(0)).options.nullOutput, nulled);
+    }
 }
 
 TEST(ScenarioFile, ClockStartsAtTheGivenIsoTimeTakenToUtc)
