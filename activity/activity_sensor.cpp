@@ -3,11 +3,10 @@
 #include <cstring>
 
 #include "history/history_keys.h"
-#include "platform/com.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
-#include "sensors/sensor_instance_extension.h"
+#include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
@@ -17,8 +16,6 @@ constexpr GUID kTraceMessageGuid = {
 
 constexpr GUID kActivitySensorType = {
     0x9D9E0118, 0x1807, 0x4F2E, {0x96, 0xE4, 0x2C, 0xE5, 0x71, 0x42, 0xE1, 0x96}};
-constexpr GUID kSensorCategoryMotion = {
-    0xCD09DAF1, 0x3B2E, 0x4C3D, {0xB5, 0x98, 0xB5, 0xE5, 0xFF, 0x93, 0xFD, 0x46}};
 constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
 constexpr PROPERTYKEY kSupportedActivitiesKey = {kSensorPropertyFmtid, 60};
 
@@ -164,49 +161,19 @@ void ActivitySensor::FillThresholds(PSENSOR_COLLECTION_LIST list) const noexcept
 NTSTATUS ActivitySensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    HidCollectionRecord& record = *Record();
-    NTSTATUS status = BuildDataFieldKeys();
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
-        CoCreateGuid(&record.PersistentUniqueId);
-
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
-    SENSOROBJECT sensor = nullptr;
-    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    record.SensorObject = sensor;
-    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
-    if (context == nullptr)
-        status = STATUS_INSUFFICIENT_RESOURCES;
-    else
-        context->Sensor = this;
-    if (NT_SUCCESS(status))
-        status = history_->Initialize(*this);
-    ULONG failedStep = 0;
-    if (NT_SUCCESS(status))
-        status = BuildLists(&failedStep);
-    // Up to the enumeration list a failure takes the platform sensor back;
-    // later ones leave it and its lists to the destructor.
-    if (!NT_SUCCESS(status) && failedStep <= 4)
-        DeleteSensorObject();
+    NTSTATUS status = CreateBoundSensorObject();
     if (NT_SUCCESS(status)) {
-        SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), record.EnumerationProperties};
-        status = SensorsCxSensorInitialize(sensor, &config);
-        if (NT_SUCCESS(status)) {
-            record.SensorObject = sensor;
-            record.IsRegistered.store(1, std::memory_order_relaxed);
-        }
+        status = history_->Initialize(*this);
+        ULONG failedStep = 0;
+        if (NT_SUCCESS(status))
+            status = BuildLists(&failedStep);
+        // Up to the enumeration list a failure takes the platform sensor back;
+        // later ones leave it and its lists to the destructor.
+        if (!NT_SUCCESS(status) && failedStep <= 4)
+            DeleteSensorObject();
     }
+    if (NT_SUCCESS(status))
+        status = InitializeSensorObject();
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -271,7 +238,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
     SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
     SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kSensorCategoryMotion);
+    SetEntry(enumeration, 5, kSensorCategoryKey, kMotionSensorCategory);
     SetEntryUInt32(enumeration, 6, kMinimumDataIntervalKey, minimumInterval);
     SetEntryFloat(enumeration, 7, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(enumeration, 8, kSupportedActivitiesKey, kAllActivities);

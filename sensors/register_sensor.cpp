@@ -118,18 +118,15 @@ NTSTATUS CustomSensor::RegisterSensor()
     record.FurtherBounds[0] = FLT_MAX;
     record.FurtherBounds[1] = FLT_MAX;
 
-    NTSTATUS status = BuildDataFieldKeys();
+    // Builds the data-field keys, which give the custom usage the vendor subtype is made from.
+    NTSTATUS status = CreateBoundSensorObject();
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status, GetFriendlyName());
         TRACE_EXIT(status);
         return status;
     }
+    const SENSOROBJECT sensor = record.SensorObject;
     const ULONG fieldCount = static_cast<ULONG>(cache.DataFieldKeys.Count());
-
-    // Discovery's instance names are not GUID strings: a new ID each time the
-    // device is prepared.
-    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
-        CoCreateGuid(&record.PersistentUniqueId);
 
     WCHAR subtypeText[kVendorSubtypeChars] = {};
     WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsage});
@@ -137,28 +134,6 @@ NTSTATUS CustomSensor::RegisterSensor()
     GUID vendorSubtype = {};
     if (FAILED(CLSIDFromString(subtypeText, &vendorSubtype)))
         vendorSubtype = kFallbackVendorSubtype;
-
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
-    SENSOROBJECT sensor = nullptr;
-    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    record.SensorObject = sensor;
-
-    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
-    if (context == nullptr) {
-        status = STATUS_INSUFFICIENT_RESOURCES;
-        DeleteSensorObject();
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    context->Sensor = this;
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
     status = CreateCollectionList(sensor, kEnumerationEntries, &enumeration);
@@ -232,14 +207,8 @@ NTSTATUS CustomSensor::RegisterSensor()
             status = STATUS_INSUFFICIENT_RESOURCES;
         }
     }
-    if (NT_SUCCESS(status)) {
-        SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), enumeration};
-        status = SensorsCxSensorInitialize(sensor, &config);
-        if (NT_SUCCESS(status)) {
-            record.SensorObject = sensor;
-            record.IsRegistered.store(1, std::memory_order_relaxed);
-        }
-    }
+    if (NT_SUCCESS(status))
+        status = InitializeSensorObject();
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
