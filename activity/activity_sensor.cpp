@@ -3,9 +3,11 @@
 #include <cstring>
 
 #include "history/history_keys.h"
+#include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
@@ -16,7 +18,6 @@ constexpr GUID kTraceMessageGuid = {
 
 constexpr GUID kActivitySensorType = {
     0x9D9E0118, 0x1807, 0x4F2E, {0x96, 0xE4, 0x2C, 0xE5, 0x71, 0x42, 0xE1, 0x96}};
-constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
 constexpr PROPERTYKEY kSupportedActivitiesKey = {kSensorPropertyFmtid, 60};
 
 constexpr ULONG kActivitySlots = 7;  // custom values 1..7
@@ -35,7 +36,6 @@ constexpr ULONG kUnknownActivity = 0x01;
 constexpr USHORT kInitialConfidence = 100;
 constexpr ULONG kAllActivities = 127;
 constexpr USHORT kDefaultConfidenceThreshold = 30;
-constexpr float kProperty23Value = 2.0f;
 constexpr USHORT kMaxConfidence = 100;
 constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
 
@@ -184,7 +184,6 @@ NTSTATUS ActivitySensor::RegisterSensor()
 NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
 {
     HidCollectionRecord& record = *Record();
-    SensorPropertyCache& cache = *PropertyCache();
     const SENSOROBJECT sensor = record.SensorObject;
 
     *failedStep = 1;
@@ -223,9 +222,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     history_->lastDelivered = delivered;
     record.minRetrievalSize = CollectionsListGetMarshalledSizeWithoutSerialization(delivered);
 
-    const ULONG historySize = record.historySupported != 0
-                                  ? (record.minRetrievalSize - 8) * history_->MaxEntries() + 8
-                                  : 0;
+    const ULONG historySize = HistorySizeInBytes(record, *history_);
     const ULONG minimumInterval = record.MinimumReportInterval.load(std::memory_order_relaxed);
 
     *failedStep = 4;
@@ -233,12 +230,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kEnumerationEntries, &enumeration)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kActivitySensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kMotionSensorCategory);
+    SetIdentityEntries(enumeration, *this, kActivitySensorType, kMotionSensorCategory);
     SetEntryUInt32(enumeration, 6, kMinimumDataIntervalKey, minimumInterval);
     SetEntryFloat(enumeration, 7, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(enumeration, 8, kSupportedActivitiesKey, kAllActivities);
@@ -249,17 +241,10 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kPropertyEntries, &properties)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.SensorProperties = properties;
-    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
-    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
-    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey, minimumInterval);
-    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, kActivitySensorType);
+    SetBasePropertyEntries(properties, *this, kActivitySensorType);
     SetEntryFloat(properties, 6, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(properties, 7, kSupportedActivitiesKey, kAllActivities);
-    SetEntryUInt32(properties, 8, kHistorySizeKey, historySize);
-    SetEntryUInt32(properties, 9, kHistoryIntervalKey, history_->SampleReportInterval());
-    SetEntryUInt32(properties, 10, kHistoryRecordSizeKey, record.minRetrievalSize);
+    SetHistoryPropertyEntries(properties, 8, record, *history_);
 
     *failedStep = 6;
     PSENSOR_COLLECTION_LIST fieldProperties = nullptr;

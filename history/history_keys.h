@@ -18,3 +18,6 @@ inline constexpr PROPERTYKEY kFirstAfterResetKey = {kSensorDataFmtid, 143};
 inline constexpr PROPERTYKEY kHistorySizeKey = {kSensorPropertyFmtid, 24};
 inline constexpr PROPERTYKEY kHistoryIntervalKey = {kSensorPropertyFmtid, 25};
 inline constexpr PROPERTYKEY kHistoryRecordSizeKey = {kSensorPropertyFmtid, 26};
+// Both publish pid 23 with this fixed value.
+inline constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
+inline constexpr float kProperty23Value = 2.0f;

@@ -3,9 +3,11 @@
 #include <cmath>
 
 #include "history/history_keys.h"
+#include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
@@ -15,9 +17,7 @@ constexpr GUID kTraceMessageGuid = {
 
 constexpr GUID kPedometerSensorType = {
     0xB19F89AF, 0xE3EB, 0x444B, {0x8D, 0xEA, 0x20, 0x25, 0x75, 0xA7, 0x15, 0x99}};
-constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
 constexpr PROPERTYKEY kSupportedStepTypesKey = {kSensorPropertyFmtid, 70};
-constexpr float kProperty23Value = 2.0f;
 
 constexpr ULONG kStepTypeUnknown = 1;
 constexpr ULONG kStepTypeWalking = 2;
@@ -48,8 +48,6 @@ constexpr ULONG kModeHistory = 4;
 constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
 constexpr ULONG kHistoryReportIntervalMs = 100;  // while recording with filtered delivery
 constexpr float kIdleHistorySensitivity = 5.0f;
-
-constexpr ULONG kListHeaderBytes = 8;
 
 // Custom value k (1..5) of `key`, or 0.
 ULONG StepField(const PROPERTYKEY& key) noexcept
@@ -161,7 +159,6 @@ NTSTATUS PedometerSensor::RegisterSensor()
 NTSTATUS PedometerSensor::CreateLists()
 {
     HidCollectionRecord& record = *Record();
-    const SensorPropertyCache& cache = *PropertyCache();
     const SENSOROBJECT sensor = record.SensorObject;
 
     PSENSOR_PROPERTY_LIST fields = nullptr;
@@ -192,21 +189,13 @@ NTSTATUS PedometerSensor::CreateLists()
     }
     // One record takes exactly the entries of this list.
     record.minRetrievalSize = CollectionsListGetMarshalledSizeWithoutSerialization(data);
-    const ULONG historySize = record.historySupported != 0
-                                  ? (record.minRetrievalSize - kListHeaderBytes) * history_->MaxEntries() +
-                                        kListHeaderBytes
-                                  : 0;
+    const ULONG historySize = HistorySizeInBytes(record, *history_);
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
     if (!NT_SUCCESS(CreateCollectionList(sensor, kEnumerationEntries, &enumeration)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kPedometerSensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kMotionSensorCategory);
+    SetIdentityEntries(enumeration, *this, kPedometerSensorType, kMotionSensorCategory);
     SetEntryFloat(enumeration, 6, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(enumeration, 7, kHistorySizeKey, historySize);
     SetEntryUInt32(enumeration, 8, kSupportedStepTypesKey, kSupportedStepTypes);
@@ -215,17 +204,9 @@ NTSTATUS PedometerSensor::CreateLists()
     if (!NT_SUCCESS(CreateCollectionList(sensor, kPropertyEntries, &properties)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.SensorProperties = properties;
-    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
-    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
-    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
-                   record.MinimumReportInterval.load(std::memory_order_relaxed));
-    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, kPedometerSensorType);
+    SetBasePropertyEntries(properties, *this, kPedometerSensorType);
     SetEntryFloat(properties, 6, kSensorProperty23Key, kProperty23Value);
-    SetEntryUInt32(properties, 7, kHistorySizeKey, historySize);
-    SetEntryUInt32(properties, 8, kHistoryIntervalKey, history_->SampleReportInterval());
-    SetEntryUInt32(properties, 9, kHistoryRecordSizeKey, record.minRetrievalSize);
+    SetHistoryPropertyEntries(properties, 7, record, *history_);
     SetEntryUInt32(properties, 10, kSupportedStepTypesKey, kSupportedStepTypes);
 
     // They describe the step count.

@@ -6,6 +6,7 @@
 #include "platform/com.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_instance_extension.h"
 #include "sensors/sensor_keys.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr GUID kTraceMessageGuid = {
     0x9B7E04A2, 0x31C5, 0x4E8F, {0xB6, 0x2D, 0x70, 0x1A, 0xE4, 0x5C, 0x93, 0x08}};
 
-constexpr ULONG kEnumerationEntries = 7;
+constexpr ULONG kEnumerationEntries = kIdentityEntries + 1;  // and the vendor subtype
 constexpr ULONG kSensorPropertyEntries = 7;
 constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 1;
@@ -144,12 +145,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         return status;
     }
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kCustomSensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kSensorCategoryCustom);
+    SetIdentityEntries(enumeration, *this, kCustomSensorType, kSensorCategoryCustom);
     SetEntry(enumeration, 6, kVendorSubtypeKey, vendorSubtype);
 
     // From here a failure keeps the SENSOROBJECT; the destructor deletes it.
