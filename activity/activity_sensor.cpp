@@ -327,41 +327,12 @@ NTSTATUS ActivitySensor::Stop(SENSOROBJECT sensor)
 
 NTSTATUS ActivitySensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && dataRateMs == nullptr)
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status)) {
-        ReadFeatureReport(0);
-        const HidCollectionRecord& record = *Record();
-        if (history_->requestedInterval.load(std::memory_order_relaxed) <
-            record.MinimumReportInterval.load(std::memory_order_relaxed))
-            history_->requestedInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = history_->requestedInterval.load(std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return GetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS ActivitySensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    HidCollectionRecord& record = *Record();
-    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
-        status = STATUS_UNSUCCESSFUL;
-    if (NT_SUCCESS(status)) {
-        history_->requestedInterval.store(dataRateMs, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
-        ReadFeatureReport(0);
-        record.forceDelivery.store(1, std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
-    }
-    TRACE_EXIT(status);
-    return status;
+    return SetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS ActivitySensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
@@ -425,21 +396,7 @@ NTSTATUS ActivitySensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTI
 NTSTATUS ActivitySensor::GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
                                                 PSENSOR_COLLECTION_LIST properties, ULONG* size)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, kActivityConfidenceThresholdKey))
-        status = STATUS_NOT_SUPPORTED;
-    if (NT_SUCCESS(status))
-        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
-    if (!NT_SUCCESS(status)) {
-        if (size != nullptr)
-            *size = 0;
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return AnswerDataFieldProperties(sensor, dataField, kActivityConfidenceThresholdKey, properties, size);
 }
 
 NTSTATUS ActivitySensor::StartHistory(SENSOROBJECT sensor)

@@ -291,42 +291,12 @@ NTSTATUS PedometerSensor::Stop(SENSOROBJECT sensor)
 
 NTSTATUS PedometerSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && dataRateMs == nullptr)
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status)) {
-        ReadFeatureReport(0);
-        // A minimum the device raised above the requested interval: back to the default.
-        if (history_->requestedInterval.load(std::memory_order_relaxed) <
-            Record()->MinimumReportInterval.load(std::memory_order_relaxed))
-            history_->requestedInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = history_->requestedInterval.load(std::memory_order_relaxed);
-        TRACE_INFO(GetFriendlyName(), *dataRateMs);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return GetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS PedometerSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    HidCollectionRecord& record = *Record();
-    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
-        status = STATUS_UNSUCCESSFUL;
-    if (NT_SUCCESS(status)) {
-        history_->requestedInterval.store(dataRateMs, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
-        ReadFeatureReport(0);
-        record.forceDelivery.store(1, std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
-    }
-    TRACE_EXIT(status);
-    return status;
+    return SetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS PedometerSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds, ULONG* size)
@@ -377,22 +347,7 @@ NTSTATUS PedometerSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECT
 NTSTATUS PedometerSensor::GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
                                                  PSENSOR_COLLECTION_LIST properties, ULONG* size)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, kStepCountKey))
-        status = STATUS_NOT_SUPPORTED;
-    // Never rewritten after registration: no lock needed.
-    if (NT_SUCCESS(status))
-        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
-    if (!NT_SUCCESS(status)) {
-        if (size != nullptr)
-            *size = 0;
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return AnswerDataFieldProperties(sensor, dataField, kStepCountKey, properties, size);
 }
 
 NTSTATUS PedometerSensor::StartHistory(SENSOROBJECT sensor)

@@ -190,18 +190,31 @@ NTSTATUS CustomSensor::GetDataFieldProperties(SENSOROBJECT /*sensor*/, const PRO
 
 NTSTATUS CustomSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
+    const NTSTATUS status = GetRequestedInterval(sensor, dataRateMs, Record()->CurrentReportInterval);
+    // Only the plain custom sensor reads the feature report again after answering.
+    if (NT_SUCCESS(status))
+        ReadFeatureReport(0);
+    return status;
+}
+
+NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+{
+    return SetRequestedInterval(sensor, dataRateMs, Record()->CurrentReportInterval);
+}
+
+NTSTATUS CustomSensor::GetRequestedInterval(SENSOROBJECT sensor, ULONG* dataRateMs, std::atomic<ULONG>& requested)
+{
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status) && dataRateMs == nullptr)
         status = STATUS_INVALID_PARAMETER;
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
         ReadFeatureReport(0);
-        if (record.CurrentReportInterval.load(std::memory_order_relaxed) <
-            record.MinimumReportInterval.load(std::memory_order_relaxed))
-            record.CurrentReportInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = record.CurrentReportInterval.load(std::memory_order_relaxed);
-        ReadFeatureReport(0);
+        // A minimum the device raised above the requested interval: back to the default.
+        if (requested.load(std::memory_order_relaxed) <
+            Record()->MinimumReportInterval.load(std::memory_order_relaxed))
+            requested.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
+        *dataRateMs = requested.load(std::memory_order_relaxed);
         TRACE_INFO(GetFriendlyName(), *dataRateMs);
     } else {
         TRACE_ERROR(status, GetFriendlyName());
@@ -210,7 +223,7 @@ NTSTATUS CustomSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
     return status;
 }
 
-NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+NTSTATUS CustomSensor::SetRequestedInterval(SENSOROBJECT sensor, ULONG dataRateMs, std::atomic<ULONG>& requested)
 {
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
@@ -218,11 +231,34 @@ NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
     if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
+        requested.store(dataRateMs, std::memory_order_relaxed);
         record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
         ReadFeatureReport(0);
         record.forceDelivery.store(1, std::memory_order_relaxed);
     } else {
         TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::AnswerDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                                 const PROPERTYKEY& servedKey, PSENSOR_COLLECTION_LIST properties,
+                                                 ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, servedKey))
+        status = STATUS_NOT_SUPPORTED;
+    // Never rewritten after registration: no lock needed.
+    if (NT_SUCCESS(status))
+        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
+    if (!NT_SUCCESS(status)) {
+        if (size != nullptr)
+            *size = 0;
+        TRACE_ERROR(status, GetFriendlyName());
     }
     TRACE_EXIT(status);
     return status;

@@ -93,6 +93,21 @@ protected:
     NTSTATUS CreateBoundSensorObject();
     NTSTATUS InitializeSensorObject();
 
+    // The interval callbacks over `requested`, the interval the client asked
+    // for: a history sensor keeps its own, a plain custom sensor's is the
+    // record's report interval itself. Get reads the feature report and falls
+    // back to the default when the minimum has risen above `requested`; Set
+    // refuses an interval below the minimum, stores it in `requested` and as
+    // the report interval, reads the feature report and forces the next delivery.
+    NTSTATUS GetRequestedInterval(SENSOROBJECT sensor, ULONG* dataRateMs, std::atomic<ULONG>& requested);
+    NTSTATUS SetRequestedInterval(SENSOROBJECT sensor, ULONG dataRateMs, std::atomic<ULONG>& requested);
+
+    // Answers the data-field property list for `servedKey` only: any other
+    // key gives STATUS_NOT_SUPPORTED, and every failure stores size 0.
+    NTSTATUS AnswerDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                       const PROPERTYKEY& servedKey, PSENSOR_COLLECTION_LIST properties,
+                                       ULONG* size);
+
     // Answers a published list that callbacks may rewrite: a wrong handle
     // gives STATUS_UNSUCCESSFUL (size 0 when asked for), then the size-query
     // pattern, with `refresh` run on the list first, under the lock.
