@@ -161,19 +161,17 @@ void ActivitySensor::FillThresholds(PSENSOR_COLLECTION_LIST list) const noexcept
 NTSTATUS ActivitySensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        status = history_->Initialize(*this);
+    const NTSTATUS status = RegisterWithLists([this] {
+        NTSTATUS built = history_->Initialize(*this);
         ULONG failedStep = 0;
-        if (NT_SUCCESS(status))
-            status = BuildLists(&failedStep);
+        if (NT_SUCCESS(built))
+            built = BuildLists(&failedStep);
         // Up to the enumeration list a failure takes the platform sensor back;
         // later ones leave it and its lists to the destructor.
-        if (!NT_SUCCESS(status) && failedStep <= 4)
+        if (!NT_SUCCESS(built) && failedStep <= 4)
             DeleteSensorObject();
-    }
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+        return built;
+    });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);

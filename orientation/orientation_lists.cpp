@@ -22,6 +22,8 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape
     HidCollectionRecord& record = *sensor.Record();
     const SENSOROBJECT object = record.SensorObject;
     const ULONG fieldCount = static_cast<ULONG>(shape.DataKeys.size()) + 1;
+    record.historySupported = 0;
+    record.minRetrievalSize = 0;
 
     PSENSOR_PROPERTY_LIST supported = nullptr;
     if (!NT_SUCCESS(CreatePropertyList(object, fieldCount, &supported)))

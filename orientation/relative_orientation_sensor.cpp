@@ -27,6 +27,17 @@ bool IsComponentKey(const PROPERTYKEY& key) noexcept
 {
     return key.pid >= kQuaternionWKey.pid && key.pid <= kQuaternionZKey.pid && IsEqualGUID(key.fmtid, kSensorDataFmtid);
 }
+
+constexpr OrientationListShape kListShape = {kRelativeOrientationSensorType,
+                                             kMotionSensorCategory,
+                                             false,
+                                             kComponentKeys,
+                                             VT_R4,
+                                             kComponentResolution,
+                                             kComponentMinimum,
+                                             kComponentMaximum,
+                                             kComponentKeys,
+                                             kInitialThreshold};
 }  // namespace
 
 RelativeOrientationSensor::RelativeOrientationSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind,
@@ -42,25 +53,7 @@ RelativeOrientationSensor::RelativeOrientationSensor(WDFDEVICE device, HidDevice
 NTSTATUS RelativeOrientationSensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    HidCollectionRecord& record = *Record();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        record.historySupported = 0;
-        record.minRetrievalSize = 0;
-        const OrientationListShape shape = {kRelativeOrientationSensorType,
-                                          kMotionSensorCategory,
-                                          false,
-                                          kComponentKeys,
-                                          VT_R4,
-                                          kComponentResolution,
-                                          kComponentMinimum,
-                                          kComponentMaximum,
-                                          kComponentKeys,
-                                          kInitialThreshold};
-        status = CreateOrientationLists(*this, shape);
-    }
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+    const NTSTATUS status = RegisterWithLists([this] { return CreateOrientationLists(*this, kListShape); });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -70,13 +63,7 @@ NTSTATUS RelativeOrientationSensor::RegisterSensor()
 NTSTATUS RelativeOrientationSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
                                                       ULONG* size)
 {
-    TRACE_ENTRY();
-    const NTSTATUS status =
-        AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size, [](PSENSOR_COLLECTION_LIST) {});
-    if (!NT_SUCCESS(status))
-        TRACE_ERROR(status, GetFriendlyName());
-    TRACE_EXIT(status);
-    return status;
+    return AnswerPublishedThresholds(sensor, thresholds, size);
 }
 
 NTSTATUS RelativeOrientationSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)

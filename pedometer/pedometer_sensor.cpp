@@ -139,17 +139,15 @@ float PedometerSensor::FilteredSensitivity() const noexcept
 NTSTATUS PedometerSensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        status = history_->Initialize(*this);
-        if (!NT_SUCCESS(status))
+    const NTSTATUS status = RegisterWithLists([this] {
+        const NTSTATUS initialized = history_->Initialize(*this);
+        if (!NT_SUCCESS(initialized)) {
             DeleteSensorObject();
-    }
-    // From here a failure keeps the platform sensor and its lists until the object goes.
-    if (NT_SUCCESS(status))
-        status = CreateLists();
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+            return initialized;
+        }
+        // From here a failure keeps the platform sensor and its lists until the object goes.
+        return CreateLists();
+    });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);

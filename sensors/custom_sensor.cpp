@@ -286,6 +286,18 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
     return status;
 }
 
+NTSTATUS CustomSensor::AnswerPublishedThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
+                                                 ULONG* size)
+{
+    TRACE_ENTRY();
+    const NTSTATUS status =
+        AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size, [](PSENSOR_COLLECTION_LIST) {});
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
 NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)
 {
     TRACE_ENTRY();

@@ -92,6 +92,18 @@ protected:
     // enumeration list and marks the sensor registered.
     NTSTATUS CreateBoundSensorObject();
     NTSTATUS InitializeSensorObject();
+    // Both around `createLists`, the subclass's own step; the first failure
+    // is returned, and what `createLists` leaves behind on failure is its own call.
+    template <class CreateLists>
+    NTSTATUS RegisterWithLists(CreateLists createLists)
+    {
+        NTSTATUS status = CreateBoundSensorObject();
+        if (NT_SUCCESS(status))
+            status = createLists();
+        if (NT_SUCCESS(status))
+            status = InitializeSensorObject();
+        return status;
+    }
 
     // The interval callbacks over `requested`, the interval the client asked
     // for: a history sensor keeps its own, a plain custom sensor's is the
@@ -107,6 +119,10 @@ protected:
     NTSTATUS AnswerDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
                                        const PROPERTYKEY& servedKey, PSENSOR_COLLECTION_LIST properties,
                                        ULONG* size);
+
+    // Answers the threshold list as it stands (a wrong handle gives size 0):
+    // for sensors whose thresholds are kept in the list itself.
+    NTSTATUS AnswerPublishedThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds, ULONG* size);
 
     // Answers a published list that callbacks may rewrite: a wrong handle
     // gives STATUS_UNSUCCESSFUL (size 0 when asked for), then the size-query
