@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "history/history_keys.h"
+#include "history/history_pace.h"
 #include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
@@ -27,21 +28,12 @@ constexpr ULONG kEnumerationEntries = 10;
 constexpr ULONG kPropertyEntries = 11;
 constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 3;
-constexpr ULONG kSensorStateEntry = 2;
-constexpr ULONG kSensorStateStarted = 2;
-constexpr ULONG kSensorStateStopped = 1;
 
 constexpr ULONG kStationary = 0x02;
 constexpr ULONG kUnknownActivity = 0x01;
 constexpr USHORT kInitialConfidence = 100;
-constexpr ULONG kAllActivities = 127;
 constexpr USHORT kDefaultConfidenceThreshold = 30;
 constexpr USHORT kMaxConfidence = 100;
-constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
-
-constexpr ULONG kModeFiltered = 1;
-constexpr ULONG kModeEverySample = 2;
-constexpr ULONG kModeHistory = 4;
 
 void SetFileTime(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, const FILETIME& time)
 {
@@ -120,6 +112,7 @@ ActivitySensor::ActivitySensor(WDFDEVICE device, HidDevice* owner, ULONG sensorO
 {
     if (!IsValid())
         return;
+    SetSensorStateEntry(kBaseSensorStateEntry);
     subscribedActivities_.store(kAllActivities, std::memory_order_relaxed);
     confidenceThreshold_.store(kDefaultConfidenceThreshold, std::memory_order_relaxed);
     // Without its history the sensor is not created at all: every later
@@ -273,15 +266,13 @@ NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
         record.RequestedReportingState.store(1, std::memory_order_relaxed);
         record.RequestedPowerState.store(2, std::memory_order_relaxed);
         if (history_->streamFlag.load(std::memory_order_relaxed) != 0) {
-            record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
+            SetDeliveryMode(record.modeFlags, kModeEverySample);
             record.BatchInterval.store(0, std::memory_order_relaxed);
             record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
         } else {
             // The device reports as fast as it can; the host filters.
-            record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
+            SetDeliveryMode(record.modeFlags, kModeFiltered);
             record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
         }
@@ -289,7 +280,7 @@ NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
         PropertyCache()->RequestedVendorValues[static_cast<ULONG>(RequestedVendor::ActSubscribedActivities)]
             .store(kAllActivities, std::memory_order_relaxed);
         ReadFeatureReport(1);
-        SetSensorStateProperty(kSensorStateStarted, kSensorStateEntry);
+        SetSensorStateProperty(kSensorStateStarted);
     }
     TRACE_EXIT(status);
     return status;
@@ -300,24 +291,8 @@ NTSTATUS ActivitySensor::Stop(SENSOROBJECT sensor)
     TRACE_ENTRY();
     const NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
-        const ULONG mode = record.modeFlags.fetch_and(~(kModeFiltered | kModeEverySample), std::memory_order_relaxed);
-        if ((mode & kModeFiltered) != 0)
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
-        if ((record.modeFlags.load(std::memory_order_relaxed) & kModeHistory) != 0) {
-            // The device keeps reporting at the history's pace.
-            record.BatchInterval.store(history_->MaxEntries() * history_->SampleReportInterval(),
-                                       std::memory_order_relaxed);
-            record.CurrentReportInterval.store(history_->SampleReportInterval(), std::memory_order_relaxed);
-            record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
-            ReadFeatureReport(1);
-        } else {
-            record.RequestedReportingState.store(0, std::memory_order_relaxed);
-            record.RequestedPowerState.store(1, std::memory_order_relaxed);
-            ReadFeatureReport(0);
-        }
-        SetSensorStateProperty(kSensorStateStopped, kSensorStateEntry);
+        StopHistorySensorDelivery(*this, *history_);
+        SetSensorStateProperty(kSensorStateStopped);
     }
     TRACE_EXIT(status);
     return status;
@@ -374,13 +349,7 @@ NTSTATUS ActivitySensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTI
             const LONG flag = entry.Value.boolVal;  // VARIANT_TRUE is -1
             history_->streamFlag.store(static_cast<ULONG>(flag), std::memory_order_relaxed);
             streamEntry_.store(flag != 0 ? 0xFFFF : 0, std::memory_order_relaxed);
-            if (flag != 0) {
-                record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-                record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
-            } else {
-                record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-                record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
-            }
+            SetDeliveryMode(record.modeFlags, flag != 0 ? kModeEverySample : kModeFiltered);
         } else if (IsEqualPropertyKey(entry.Key, kSubscribedActivitiesThresholdKey)) {
             subscribedActivities_.store(entry.Value.ulVal, std::memory_order_relaxed);
         } else if (IsEqualPropertyKey(entry.Key, kActivityConfidenceThresholdKey)) {

@@ -14,6 +14,12 @@ inline constexpr PROPERTYKEY kStepCountKey = {kSensorDataFmtid, 141};
 inline constexpr PROPERTYKEY kStepDurationKey = {kSensorDataFmtid, 142};
 inline constexpr PROPERTYKEY kFirstAfterResetKey = {kSensorDataFmtid, 143};
 
+// Values: every activity-state flag (unknown to biking), and the step types.
+inline constexpr ULONG kAllActivities = 127;
+inline constexpr ULONG kStepTypeUnknown = 1;
+inline constexpr ULONG kStepTypeWalking = 2;
+inline constexpr ULONG kStepTypeRunning = 4;
+
 // Sensor properties of the history sensors.
 inline constexpr PROPERTYKEY kHistorySizeKey = {kSensorPropertyFmtid, 24};
 inline constexpr PROPERTYKEY kHistoryIntervalKey = {kSensorPropertyFmtid, 25};

@@ -5,10 +5,6 @@
 #include "sensors/hid_collection_record.h"
 #include "sensors/sensor_lists.h"
 
-namespace {
-constexpr ULONG kListHeaderBytes = 8;
-}  // namespace
-
 ULONG HistorySizeInBytes(const HidCollectionRecord& record, const SensorHistory& history) noexcept
 {
     if (record.historySupported == 0)

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "orientation/orientation_lists.h"
+#include "sensors/common_list_entries.h"
 #include "platform/sensorsutils.h"
 #include "sensors/sensor_keys.h"
 #include "tracing/trace.h"
@@ -21,7 +22,6 @@ constexpr float kInitialThreshold = 0.2f;
 constexpr float kComponentResolution = 0.001f;
 constexpr float kComponentMinimum = -1.0f;
 constexpr float kComponentMaximum = 1.0f;
-constexpr ULONG kSensorStateEntry = 2;
 
 bool IsComponentKey(const PROPERTYKEY& key) noexcept
 {
@@ -47,7 +47,7 @@ RelativeOrientationSensor::RelativeOrientationSensor(WDFDEVICE device, HidDevice
     : CustomSensor(device, owner, sensorObjectKind, usage, linkCollection, sensorIndex, manufacturer, product,
                    serialNumber, instanceName)
 {
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
 }
 
 NTSTATUS RelativeOrientationSensor::RegisterSensor()

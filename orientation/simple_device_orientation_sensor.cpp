@@ -1,6 +1,7 @@
 #include "orientation/simple_device_orientation_sensor.h"
 
 #include "orientation/orientation_lists.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/sensor_keys.h"
 #include "tracing/trace.h"
 
@@ -15,7 +16,6 @@ constexpr ULONG kOrientationPid = 7;  // custom value 1
 constexpr float kOrientationResolution = 1.0f;
 constexpr float kOrientationMinimum = 0.0f;
 constexpr float kOrientationMaximum = 10000.0f;
-constexpr ULONG kSensorStateEntry = 2;
 
 constexpr OrientationListShape kListShape = {kSimpleDeviceOrientationSensorType,
                                              kSensorCategoryOther,
@@ -37,7 +37,7 @@ SimpleDeviceOrientationSensor::SimpleDeviceOrientationSensor(WDFDEVICE device, H
     : CustomSensor(device, owner, sensorObjectKind, usage, linkCollection, sensorIndex, manufacturer, product,
                    serialNumber, instanceName)
 {
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
 }
 
 NTSTATUS SimpleDeviceOrientationSensor::RegisterSensor()

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "history/history_keys.h"
+#include "history/history_pace.h"
 #include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
@@ -19,9 +20,6 @@ constexpr GUID kPedometerSensorType = {
     0xB19F89AF, 0xE3EB, 0x444B, {0x8D, 0xEA, 0x20, 0x25, 0x75, 0xA7, 0x15, 0x99}};
 constexpr PROPERTYKEY kSupportedStepTypesKey = {kSensorPropertyFmtid, 70};
 
-constexpr ULONG kStepTypeUnknown = 1;
-constexpr ULONG kStepTypeWalking = 2;
-constexpr ULONG kStepTypeRunning = 4;
 constexpr ULONG kSupportedStepTypes = kStepTypeUnknown | kStepTypeWalking | kStepTypeRunning;
 
 // Data-list entries: timestamp, reset flag, then type, count and duration per step type.
@@ -37,17 +35,6 @@ constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 1;
 constexpr ULONG kFieldsPerSample = 5;  // custom values 1..5
 constexpr ULONG kInitialStepThresholdEntry = 1;
-
-constexpr ULONG kSensorStateEntry = 2;
-constexpr ULONG kSensorStateStarted = 2;
-constexpr ULONG kSensorStateStopped = 1;
-
-constexpr ULONG kModeFiltered = 1;
-constexpr ULONG kModeEverySample = 2;
-constexpr ULONG kModeHistory = 4;
-constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
-constexpr ULONG kHistoryReportIntervalMs = 100;  // while recording with filtered delivery
-constexpr float kIdleHistorySensitivity = 5.0f;
 
 // Custom value k (1..5) of `key`, or 0.
 ULONG StepField(const PROPERTYKEY& key) noexcept
@@ -79,17 +66,6 @@ bool StepTotal(const PedometerRecord& record, ULONG* total) noexcept
     return *total >= record.walkingStepCount;
 }
 
-// Sets one delivery mode and clears the other in one step, so that the
-// reader never sees neither; the history bit is kept. Returns the old flags.
-ULONG SetDeliveryMode(std::atomic<ULONG>& flags, ULONG mode) noexcept
-{
-    ULONG old = flags.load(std::memory_order_relaxed);
-    while (!flags.compare_exchange_weak(old, (old & ~(kModeFiltered | kModeEverySample)) | mode,
-                                        std::memory_order_relaxed))
-        ;
-    return old;
-}
-
 // A float threshold truncated toward zero, kept to 32 bits as a 64-bit
 // conversion keeps it; NaN and values beyond 64 bits give 0.
 ULONG TruncatedThreshold(float value) noexcept
@@ -108,7 +84,7 @@ PedometerSensor::PedometerSensor(WDFDEVICE device, HidDevice* owner, ULONG senso
 {
     if (!IsValid())
         return;
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
     // Without its history the sensor is not created: discovery skips the collection.
     history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Pedometer);
     if (history_ == nullptr) {
@@ -129,11 +105,6 @@ PedometerSensor::~PedometerSensor()
     Record()->History = nullptr;
     delete history_;
     history_ = nullptr;
-}
-
-float PedometerSensor::FilteredSensitivity() const noexcept
-{
-    return static_cast<float>((history_->stepThreshold.load(std::memory_order_relaxed) * 4) | 2);
 }
 
 NTSTATUS PedometerSensor::RegisterSensor()
@@ -241,9 +212,9 @@ NTSTATUS PedometerSensor::Start(SENSOROBJECT sensor)
                 // The device counts for itself and reports when the threshold is near.
                 record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                                    std::memory_order_relaxed);
-                sensitivity = FilteredSensitivity();
+                sensitivity = FilteredStepSensitivity(*history_);
             } else {
-                record.CurrentReportInterval.store(kHistoryReportIntervalMs, std::memory_order_relaxed);
+                record.CurrentReportInterval.store(kFilteredHistoryReportIntervalMs, std::memory_order_relaxed);
             }
         } else {
             SetDeliveryMode(record.modeFlags, kModeEverySample);
@@ -263,24 +234,7 @@ NTSTATUS PedometerSensor::Stop(SENSOROBJECT sensor)
     TRACE_ENTRY();
     const NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
-        const ULONG mode = record.modeFlags.fetch_and(~(kModeFiltered | kModeEverySample), std::memory_order_relaxed);
-        if ((mode & kModeFiltered) != 0)
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
-        if ((mode & kModeHistory) != 0) {
-            // The device keeps reporting at the history's pace.
-            record.BatchInterval.store(history_->MaxEntries() * history_->SampleReportInterval(),
-                                       std::memory_order_relaxed);
-            record.CurrentReportInterval.store(history_->SampleReportInterval(), std::memory_order_relaxed);
-            record.DataThresholds[kChangeSensitivityPosition].store(kIdleHistorySensitivity,
-                                                                    std::memory_order_relaxed);
-            ReadFeatureReport(1);
-        } else {
-            record.RequestedReportingState.store(0, std::memory_order_relaxed);
-            record.RequestedPowerState.store(1, std::memory_order_relaxed);
-            ReadFeatureReport(0);
-        }
+        StopHistorySensorDelivery(*this, *history_);
         SetSensorStateProperty(kSensorStateStopped);
     }
     TRACE_EXIT(status);

@@ -24,7 +24,7 @@ void SetBasePropertyEntries(PSENSOR_COLLECTION_LIST properties, const CustomSens
     const HidCollectionRecord& record = *sensor.Record();
     SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
     SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
+    SetEntryUInt32(properties, kBaseSensorStateEntry, kSensorStateKey, 0);
     SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
                    record.MinimumReportInterval.load(std::memory_order_relaxed));
     SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(record.Data));

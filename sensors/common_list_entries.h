@@ -16,5 +16,6 @@ void SetIdentityEntries(PSENSOR_COLLECTION_LIST enumeration, const CustomSensor&
 // usage: serial number, description, sensor state 0, minimum data interval,
 // maximum data size of the data list (built before) and sensor type.
 inline constexpr ULONG kBasePropertyEntries = 6;
+inline constexpr ULONG kBaseSensorStateEntry = 2;
 void SetBasePropertyEntries(PSENSOR_COLLECTION_LIST properties, const CustomSensor& sensor,
                             const GUID& type) noexcept;

@@ -14,13 +14,6 @@ namespace {
 constexpr GUID kTraceMessageGuid = {
     0x65A02E6C, 0xF9CE, 0x4114, {0xAC, 0x99, 0x2B, 0xD3, 0x5B, 0x48, 0xDD, 0xFB}};
 
-// Sensor-state values of the sensor property list.
-constexpr ULONG kSensorStateReady = 2;
-constexpr ULONG kSensorStateStopped = 1;
-
-// Record position of custom value 1's change sensitivity.
-constexpr ULONG kCustomValue1ThresholdPosition = 3;
-
 // The same GUID, as two 8-byte compares: this runs for every data-field update.
 bool SameFmtid(const GUID& a, const GUID& b) noexcept
 {
@@ -101,16 +94,11 @@ NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
 {
-    SetSensorStateProperty(state, sensorStateEntry_);
-}
-
-void CustomSensor::SetSensorStateProperty(ULONG state, ULONG entry) noexcept
-{
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
-    if (properties == nullptr || entry >= properties->Count)
+    if (properties == nullptr || sensorStateEntry_ >= properties->Count)
         return;
     std::lock_guard lock(publishedListsLock_);
-    PROPVARIANT& value = properties->List[entry].Value;
+    PROPVARIANT& value = properties->List[sensorStateEntry_].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
 }
@@ -126,7 +114,7 @@ NTSTATUS CustomSensor::Start(SENSOROBJECT sensor)
         record.RequestedPowerState.store(2, std::memory_order_relaxed);
         // The write-back sends the reporting and power state; its result is not ours.
         ReadFeatureReport(0);
-        SetSensorStateProperty(kSensorStateReady);
+        SetSensorStateProperty(kSensorStateStarted);
     }
     TRACE_EXIT(status);
     return status;
@@ -310,7 +298,7 @@ NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
             if (!IsEqualPropertyKey(entry.Key, kThresholdKey))
                 continue;
             if (entry.Value.vt == VT_R4)
-                Record()->DataThresholds[kCustomValue1ThresholdPosition].store(entry.Value.fltVal,
+                Record()->DataThresholds[kChangeSensitivityPosition].store(entry.Value.fltVal,
                                                                                std::memory_order_relaxed);
             else
                 TRACE_WARNING(GetFriendlyName(), static_cast<ULONG>(entry.Value.vt));

@@ -26,6 +26,10 @@
 inline constexpr ULONG kDefaultReportIntervalMs = 100;
 inline constexpr ULONG kMinimumReportIntervalMs = 50;
 
+// Values of the sensor-state property.
+inline constexpr ULONG kSensorStateStarted = 2;
+inline constexpr ULONG kSensorStateStopped = 1;
+
 class CustomSensor : public HidSensor {
 public:
     CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
@@ -75,10 +79,8 @@ protected:
     // Builds the data-field key vector from the sensor's own input report and
     // sets the presence flags of the fields it finds.
     NTSTATUS BuildDataFieldKeys();
-    // Writes `state` into the sensor-state entry of the sensor property list
-    // (entry `entry` for subclasses whose list puts it elsewhere).
+    // Writes `state` into the sensor-state entry of the sensor property list.
     void SetSensorStateProperty(ULONG state) noexcept;
-    void SetSensorStateProperty(ULONG state, ULONG entry) noexcept;
     // Where the one-argument form writes it: 3 in the custom sensor's own list,
     // whose third entry is the HID usage; 2 in the subclasses', which have none.
     void SetSensorStateEntry(ULONG entry) noexcept { sensorStateEntry_ = entry; }
