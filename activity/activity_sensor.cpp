@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "history/history_keys.h"
+#include "history/history_lifetime.h"
 #include "history/history_pace.h"
 #include "history/history_properties.h"
 #include "platform/propsys.h"
@@ -117,25 +118,16 @@ ActivitySensor::ActivitySensor(WDFDEVICE device, HidDevice* owner, ULONG sensorO
     confidenceThreshold_.store(kDefaultConfidenceThreshold, std::memory_order_relaxed);
     // Without its history the sensor is not created at all: every later
     // operation relies on it, so discovery skips the collection instead.
-    history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Activity);
+    history_ = CreateSensorHistory(*this, HistoryKind::Activity);
     if (history_ == nullptr) {
         TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
         MarkConstructionFailed();
-        return;
     }
-    history_->requestedInterval.store(Record()->CurrentReportInterval.load(std::memory_order_relaxed),
-                                      std::memory_order_relaxed);
 }
 
 ActivitySensor::~ActivitySensor()
 {
-    if (history_ != nullptr) {
-        // The worker and the timer go before the SENSOROBJECT they use.
-        history_->Shutdown();
-        Record()->History = nullptr;
-        delete history_;
-        history_ = nullptr;
-    }
+    DestroySensorHistory(*this, history_);
     DriverHeapFree(readerThresholds_);
     readerThresholds_ = nullptr;
 }

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "history/history_keys.h"
+#include "history/history_lifetime.h"
 #include "history/history_pace.h"
 #include "history/history_properties.h"
 #include "platform/propsys.h"
@@ -86,25 +87,16 @@ PedometerSensor::PedometerSensor(WDFDEVICE device, HidDevice* owner, ULONG senso
         return;
     SetSensorStateEntry(kBaseSensorStateEntry);
     // Without its history the sensor is not created: discovery skips the collection.
-    history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Pedometer);
+    history_ = CreateSensorHistory(*this, HistoryKind::Pedometer);
     if (history_ == nullptr) {
         TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
         MarkConstructionFailed();
-        return;
     }
-    history_->requestedInterval.store(Record()->CurrentReportInterval.load(std::memory_order_relaxed),
-                                      std::memory_order_relaxed);
 }
 
 PedometerSensor::~PedometerSensor()
 {
-    if (history_ == nullptr)
-        return;
-    // The worker and the timer go before the SENSOROBJECT they use.
-    history_->Shutdown();
-    Record()->History = nullptr;
-    delete history_;
-    history_ = nullptr;
+    DestroySensorHistory(*this, history_);
 }
 
 NTSTATUS PedometerSensor::RegisterSensor()
