@@ -299,7 +299,7 @@ NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
                 continue;
             if (entry.Value.vt == VT_R4)
                 Record()->DataThresholds[kChangeSensitivityPosition].store(entry.Value.fltVal,
-                                                                               std::memory_order_relaxed);
+                                                                           std::memory_order_relaxed);
             else
                 TRACE_WARNING(GetFriendlyName(), static_cast<ULONG>(entry.Value.vt));
             // Written back whatever the type: the device gets the requested values.

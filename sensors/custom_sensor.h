@@ -94,8 +94,9 @@ protected:
     // enumeration list and marks the sensor registered.
     NTSTATUS CreateBoundSensorObject();
     NTSTATUS InitializeSensorObject();
-    // Both around `createLists`, the subclass's own step; the first failure
-    // is returned, and what `createLists` leaves behind on failure is its own call.
+    // The two steps around `createLists`, the subclass's own lists. The first
+    // failure is returned; cleaning up after a failed `createLists` is the
+    // subclass's call.
     template <class CreateLists>
     NTSTATUS RegisterWithLists(CreateLists createLists)
     {

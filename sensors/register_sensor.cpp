@@ -218,6 +218,8 @@ NTSTATUS CustomSensor::CreateBoundSensorObject()
     if (!NT_SUCCESS(status))
         return status;
 
+    // Discovery's instance names are not GUID strings: a new ID each time the
+    // device is prepared.
     if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
         CoCreateGuid(&record.PersistentUniqueId);
 
