@@ -36,12 +36,6 @@ constexpr USHORT kInitialConfidence = 100;
 constexpr USHORT kDefaultConfidenceThreshold = 30;
 constexpr USHORT kMaxConfidence = 100;
 
-void SetFileTime(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, const FILETIME& time)
-{
-    entry.Key = key;
-    InitPropVariantFromFileTime(&time, &entry.Value);
-}
-
 void SetUInt16(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
 {
     entry.Key = key;
@@ -183,9 +177,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kDataEntries, &data)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    SetFileTime(data->List[0], kTimestampKey, now);
+    SetTimestampEntry(data);
     for (ULONG j = 1; j <= kActivitySlots; ++j) {
         SetUInt32(data->List[2 * j - 1], kActivityStateKey, kStationary);
         SetUInt16(data->List[2 * j], kActivityConfidenceKey, kInitialConfidence);

@@ -38,10 +38,7 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape
     if (!NT_SUCCESS(status))
         return status;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    data->List[0].Key = kTimestampKey;
-    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+    SetTimestampEntry(data);
     for (ULONG i = 1; i < fieldCount; ++i) {
         if (shape.DataType == VT_UI4)
             SetEntryUInt32(data, i, shape.DataKeys[i - 1], 0);

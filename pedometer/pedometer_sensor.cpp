@@ -136,10 +136,7 @@ NTSTATUS PedometerSensor::CreateLists()
     if (!NT_SUCCESS(CreateCollectionList(sensor, kDataEntries, &data)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    data->List[0].Key = kTimestampKey;
-    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+    SetTimestampEntry(data);
     SetEntryBool(data, kResetEntry, kFirstAfterResetKey, false);
     const ULONG types[] = {kStepTypeUnknown, kStepTypeWalking, kStepTypeRunning};
     for (ULONG i = 0; i < 3; ++i) {

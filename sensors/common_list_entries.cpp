@@ -1,9 +1,19 @@
 #include "sensors/common_list_entries.h"
 
+#include "platform/propsys.h"
 #include "platform/sensorsutils.h"
+#include "platform/system.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
+
+void SetTimestampEntry(PSENSOR_COLLECTION_LIST data) noexcept
+{
+    FILETIME now = {};
+    GetSystemTimeAsFileTime(&now);
+    data->List[0].Key = kTimestampKey;
+    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+}
 
 void SetIdentityEntries(PSENSOR_COLLECTION_LIST enumeration, const CustomSensor& sensor, const GUID& type,
                         const GUID& category) noexcept

@@ -6,6 +6,9 @@
 
 class CustomSensor;
 
+// Entry 0 of every data list: the timestamp, holding the host time now.
+void SetTimestampEntry(PSENSOR_COLLECTION_LIST data) noexcept;
+
 // Enumeration entries 0 to 5: sensor type, friendly name, manufacturer, model,
 // persistent unique ID and category.
 inline constexpr ULONG kIdentityEntries = 6;

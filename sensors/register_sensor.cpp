@@ -160,10 +160,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         status = CreateCollectionList(sensor, fieldCount, &data);
         if (NT_SUCCESS(status)) {
             record.Data = data;
-            FILETIME now = {};
-            GetSystemTimeAsFileTime(&now);
-            data->List[0].Key = kTimestampKey;
-            InitPropVariantFromFileTime(&now, &data->List[0].Value);
+            SetTimestampEntry(data);
             for (ULONG i = 1; i < fieldCount; ++i)
                 SetEntryFloat(data, i, *cache.DataFieldKeys[i], 0.0f);
             IndexDataFields(data);
