@@ -3,11 +3,14 @@
 #include <cstring>
 
 #include "history/history_keys.h"
-#include "platform/com.h"
+#include "history/history_lifetime.h"
+#include "history/history_pace.h"
+#include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
-#include "sensors/sensor_instance_extension.h"
+#include "sensors/common_list_entries.h"
+#include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
@@ -17,9 +20,6 @@ constexpr GUID kTraceMessageGuid = {
 
 constexpr GUID kActivitySensorType = {
     0x9D9E0118, 0x1807, 0x4F2E, {0x96, 0xE4, 0x2C, 0xE5, 0x71, 0x42, 0xE1, 0x96}};
-constexpr GUID kSensorCategoryMotion = {
-    0xCD09DAF1, 0x3B2E, 0x4C3D, {0xB5, 0x98, 0xB5, 0xE5, 0xFF, 0x93, 0xFD, 0x46}};
-constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
 constexpr PROPERTYKEY kSupportedActivitiesKey = {kSensorPropertyFmtid, 60};
 
 constexpr ULONG kActivitySlots = 7;  // custom values 1..7
@@ -29,28 +29,12 @@ constexpr ULONG kEnumerationEntries = 10;
 constexpr ULONG kPropertyEntries = 11;
 constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 3;
-constexpr ULONG kSensorStateEntry = 2;
-constexpr ULONG kSensorStateStarted = 2;
-constexpr ULONG kSensorStateStopped = 1;
 
 constexpr ULONG kStationary = 0x02;
 constexpr ULONG kUnknownActivity = 0x01;
 constexpr USHORT kInitialConfidence = 100;
-constexpr ULONG kAllActivities = 127;
 constexpr USHORT kDefaultConfidenceThreshold = 30;
-constexpr float kProperty23Value = 2.0f;
 constexpr USHORT kMaxConfidence = 100;
-constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
-
-constexpr ULONG kModeFiltered = 1;
-constexpr ULONG kModeEverySample = 2;
-constexpr ULONG kModeHistory = 4;
-
-void SetFileTime(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, const FILETIME& time)
-{
-    entry.Key = key;
-    InitPropVariantFromFileTime(&time, &entry.Value);
-}
 
 void SetUInt16(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
 {
@@ -123,29 +107,21 @@ ActivitySensor::ActivitySensor(WDFDEVICE device, HidDevice* owner, ULONG sensorO
 {
     if (!IsValid())
         return;
+    SetSensorStateEntry(kBaseSensorStateEntry);
     subscribedActivities_.store(kAllActivities, std::memory_order_relaxed);
     confidenceThreshold_.store(kDefaultConfidenceThreshold, std::memory_order_relaxed);
     // Without its history the sensor is not created at all: every later
     // operation relies on it, so discovery skips the collection instead.
-    history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Activity);
+    history_ = CreateSensorHistory(*this, HistoryKind::Activity);
     if (history_ == nullptr) {
         TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
         MarkConstructionFailed();
-        return;
     }
-    history_->requestedInterval.store(Record()->CurrentReportInterval.load(std::memory_order_relaxed),
-                                      std::memory_order_relaxed);
 }
 
 ActivitySensor::~ActivitySensor()
 {
-    if (history_ != nullptr) {
-        // The worker and the timer go before the SENSOROBJECT they use.
-        history_->Shutdown();
-        Record()->History = nullptr;
-        delete history_;
-        history_ = nullptr;
-    }
+    DestroySensorHistory(*this, history_);
     DriverHeapFree(readerThresholds_);
     readerThresholds_ = nullptr;
 }
@@ -164,49 +140,17 @@ void ActivitySensor::FillThresholds(PSENSOR_COLLECTION_LIST list) const noexcept
 NTSTATUS ActivitySensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    HidCollectionRecord& record = *Record();
-    NTSTATUS status = BuildDataFieldKeys();
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
-        CoCreateGuid(&record.PersistentUniqueId);
-
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
-    SENSOROBJECT sensor = nullptr;
-    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    record.SensorObject = sensor;
-    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
-    if (context == nullptr)
-        status = STATUS_INSUFFICIENT_RESOURCES;
-    else
-        context->Sensor = this;
-    if (NT_SUCCESS(status))
-        status = history_->Initialize(*this);
-    ULONG failedStep = 0;
-    if (NT_SUCCESS(status))
-        status = BuildLists(&failedStep);
-    // Up to the enumeration list a failure takes the platform sensor back;
-    // later ones leave it and its lists to the destructor.
-    if (!NT_SUCCESS(status) && failedStep <= 4)
-        DeleteSensorObject();
-    if (NT_SUCCESS(status)) {
-        SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), record.EnumerationProperties};
-        status = SensorsCxSensorInitialize(sensor, &config);
-        if (NT_SUCCESS(status)) {
-            record.SensorObject = sensor;
-            record.IsRegistered.store(1, std::memory_order_relaxed);
-        }
-    }
+    const NTSTATUS status = RegisterWithLists([this] {
+        NTSTATUS built = history_->Initialize(*this);
+        ULONG failedStep = 0;
+        if (NT_SUCCESS(built))
+            built = BuildLists(&failedStep);
+        // Up to the enumeration list a failure takes the platform sensor back;
+        // later ones leave it and its lists to the destructor.
+        if (!NT_SUCCESS(built) && failedStep <= 4)
+            DeleteSensorObject();
+        return built;
+    });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -217,7 +161,6 @@ NTSTATUS ActivitySensor::RegisterSensor()
 NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
 {
     HidCollectionRecord& record = *Record();
-    SensorPropertyCache& cache = *PropertyCache();
     const SENSOROBJECT sensor = record.SensorObject;
 
     *failedStep = 1;
@@ -234,9 +177,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kDataEntries, &data)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    SetFileTime(data->List[0], kTimestampKey, now);
+    SetTimestampEntry(data);
     for (ULONG j = 1; j <= kActivitySlots; ++j) {
         SetUInt32(data->List[2 * j - 1], kActivityStateKey, kStationary);
         SetUInt16(data->List[2 * j], kActivityConfidenceKey, kInitialConfidence);
@@ -256,9 +197,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     history_->lastDelivered = delivered;
     record.minRetrievalSize = CollectionsListGetMarshalledSizeWithoutSerialization(delivered);
 
-    const ULONG historySize = record.historySupported != 0
-                                  ? (record.minRetrievalSize - 8) * history_->MaxEntries() + 8
-                                  : 0;
+    const ULONG historySize = HistorySizeInBytes(record, *history_);
     const ULONG minimumInterval = record.MinimumReportInterval.load(std::memory_order_relaxed);
 
     *failedStep = 4;
@@ -266,12 +205,7 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kEnumerationEntries, &enumeration)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kActivitySensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kSensorCategoryMotion);
+    SetIdentityEntries(enumeration, *this, kActivitySensorType, kMotionSensorCategory);
     SetEntryUInt32(enumeration, 6, kMinimumDataIntervalKey, minimumInterval);
     SetEntryFloat(enumeration, 7, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(enumeration, 8, kSupportedActivitiesKey, kAllActivities);
@@ -282,17 +216,10 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     if (!NT_SUCCESS(CreateCollectionList(sensor, kPropertyEntries, &properties)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.SensorProperties = properties;
-    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
-    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
-    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey, minimumInterval);
-    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, kActivitySensorType);
+    SetBasePropertyEntries(properties, *this, kActivitySensorType);
     SetEntryFloat(properties, 6, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(properties, 7, kSupportedActivitiesKey, kAllActivities);
-    SetEntryUInt32(properties, 8, kHistorySizeKey, historySize);
-    SetEntryUInt32(properties, 9, kHistoryIntervalKey, history_->SampleReportInterval());
-    SetEntryUInt32(properties, 10, kHistoryRecordSizeKey, record.minRetrievalSize);
+    SetHistoryPropertyEntries(properties, 8, record, *history_);
 
     *failedStep = 6;
     PSENSOR_COLLECTION_LIST fieldProperties = nullptr;
@@ -323,15 +250,13 @@ NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
         record.RequestedReportingState.store(1, std::memory_order_relaxed);
         record.RequestedPowerState.store(2, std::memory_order_relaxed);
         if (history_->streamFlag.load(std::memory_order_relaxed) != 0) {
-            record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
+            SetDeliveryMode(record.modeFlags, kModeEverySample);
             record.BatchInterval.store(0, std::memory_order_relaxed);
             record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
         } else {
             // The device reports as fast as it can; the host filters.
-            record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-            record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
+            SetDeliveryMode(record.modeFlags, kModeFiltered);
             record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
         }
@@ -339,7 +264,7 @@ NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
         PropertyCache()->RequestedVendorValues[static_cast<ULONG>(RequestedVendor::ActSubscribedActivities)]
             .store(kAllActivities, std::memory_order_relaxed);
         ReadFeatureReport(1);
-        SetSensorStateProperty(kSensorStateStarted, kSensorStateEntry);
+        SetSensorStateProperty(kSensorStateStarted);
     }
     TRACE_EXIT(status);
     return status;
@@ -350,24 +275,8 @@ NTSTATUS ActivitySensor::Stop(SENSOROBJECT sensor)
     TRACE_ENTRY();
     const NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
-        const ULONG mode = record.modeFlags.fetch_and(~(kModeFiltered | kModeEverySample), std::memory_order_relaxed);
-        if ((mode & kModeFiltered) != 0)
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
-        if ((record.modeFlags.load(std::memory_order_relaxed) & kModeHistory) != 0) {
-            // The device keeps reporting at the history's pace.
-            record.BatchInterval.store(history_->MaxEntries() * history_->SampleReportInterval(),
-                                       std::memory_order_relaxed);
-            record.CurrentReportInterval.store(history_->SampleReportInterval(), std::memory_order_relaxed);
-            record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
-            ReadFeatureReport(1);
-        } else {
-            record.RequestedReportingState.store(0, std::memory_order_relaxed);
-            record.RequestedPowerState.store(1, std::memory_order_relaxed);
-            ReadFeatureReport(0);
-        }
-        SetSensorStateProperty(kSensorStateStopped, kSensorStateEntry);
+        StopHistorySensorDelivery(*this, *history_);
+        SetSensorStateProperty(kSensorStateStopped);
     }
     TRACE_EXIT(status);
     return status;
@@ -375,41 +284,12 @@ NTSTATUS ActivitySensor::Stop(SENSOROBJECT sensor)
 
 NTSTATUS ActivitySensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && dataRateMs == nullptr)
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status)) {
-        ReadFeatureReport(0);
-        const HidCollectionRecord& record = *Record();
-        if (history_->requestedInterval.load(std::memory_order_relaxed) <
-            record.MinimumReportInterval.load(std::memory_order_relaxed))
-            history_->requestedInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = history_->requestedInterval.load(std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return GetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS ActivitySensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    HidCollectionRecord& record = *Record();
-    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
-        status = STATUS_UNSUCCESSFUL;
-    if (NT_SUCCESS(status)) {
-        history_->requestedInterval.store(dataRateMs, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
-        ReadFeatureReport(0);
-        record.forceDelivery.store(1, std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
-    }
-    TRACE_EXIT(status);
-    return status;
+    return SetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS ActivitySensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
@@ -453,13 +333,7 @@ NTSTATUS ActivitySensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTI
             const LONG flag = entry.Value.boolVal;  // VARIANT_TRUE is -1
             history_->streamFlag.store(static_cast<ULONG>(flag), std::memory_order_relaxed);
             streamEntry_.store(flag != 0 ? 0xFFFF : 0, std::memory_order_relaxed);
-            if (flag != 0) {
-                record.modeFlags.fetch_and(~kModeFiltered, std::memory_order_relaxed);
-                record.modeFlags.fetch_or(kModeEverySample, std::memory_order_relaxed);
-            } else {
-                record.modeFlags.fetch_and(~kModeEverySample, std::memory_order_relaxed);
-                record.modeFlags.fetch_or(kModeFiltered, std::memory_order_relaxed);
-            }
+            SetDeliveryMode(record.modeFlags, flag != 0 ? kModeEverySample : kModeFiltered);
         } else if (IsEqualPropertyKey(entry.Key, kSubscribedActivitiesThresholdKey)) {
             subscribedActivities_.store(entry.Value.ulVal, std::memory_order_relaxed);
         } else if (IsEqualPropertyKey(entry.Key, kActivityConfidenceThresholdKey)) {
@@ -473,21 +347,7 @@ NTSTATUS ActivitySensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTI
 NTSTATUS ActivitySensor::GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
                                                 PSENSOR_COLLECTION_LIST properties, ULONG* size)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, kActivityConfidenceThresholdKey))
-        status = STATUS_NOT_SUPPORTED;
-    if (NT_SUCCESS(status))
-        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
-    if (!NT_SUCCESS(status)) {
-        if (size != nullptr)
-            *size = 0;
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return AnswerDataFieldProperties(sensor, dataField, kActivityConfidenceThresholdKey, properties, size);
 }
 
 NTSTATUS ActivitySensor::StartHistory(SENSOROBJECT sensor)

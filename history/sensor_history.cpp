@@ -4,10 +4,12 @@
 #include <iterator>
 
 #include "history/history_keys.h"
+#include "history/history_pace.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_instance_extension.h"
+#include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
 namespace {
@@ -17,22 +19,6 @@ constexpr GUID kTraceMessageGuid = {
 constexpr ULONG kRegistryKeyType = PLUGPLAY_REGKEY_DRIVER | WDF_REGKEY_DRIVER_SUBKEY;  // 0x102
 constexpr ULONG kCreateOptionsNonVolatile = 0;
 constexpr ULONG kScratchPoolTag = 0x74736948;  // 'Hist'
-constexpr ULONG kListHeaderBytes = 8;
-
-// Report interval StartHistory asks for while a client streams with filtered delivery.
-constexpr ULONG kFilteredHistoryReportIntervalMs = 100;
-// Change sensitivity the pedometer's history asks for when no client streams.
-constexpr float kPedometerIdleSensitivity = 5.0f;
-// Record position of custom value 1's change sensitivity: the value the
-// write-back sends as the sensor's change sensitivity.
-constexpr ULONG kChangeSensitivityPosition = 3;
-constexpr ULONG kAllActivities = 127;
-
-// Step types of a pedometer record's entries.
-constexpr ULONG kStepTypeUnknown = 1;
-constexpr ULONG kStepTypeWalking = 2;
-constexpr ULONG kStepTypeRunning = 4;
-
 
 // A UNICODE_STRING over a name that lives for the whole program.
 template <std::size_t N>
@@ -402,24 +388,20 @@ NTSTATUS SensorHistory::StartHistory(SENSOROBJECT sensor) noexcept
         return STATUS_DEVICE_BUSY;
     }
     SetHistoryStarted(record, 1);
-    const ULONG mode = record.modeFlags.fetch_or(4, std::memory_order_relaxed);
-    float sensitivity = 0.0f;
-    if ((mode & 1) != 0) {
+    const ULONG mode = record.modeFlags.fetch_or(kModeHistory, std::memory_order_relaxed);
+    if ((mode & (kModeFiltered | kModeEverySample)) != 0) {
+        // A client's delivery already keeps the device reporting.
         record.BatchInterval.store(0, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(kFilteredHistoryReportIntervalMs, std::memory_order_relaxed);
-    } else if ((mode & 2) != 0) {
-        record.BatchInterval.store(0, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(requestedInterval.load(std::memory_order_relaxed),
+        record.CurrentReportInterval.store((mode & kModeFiltered) != 0
+                                               ? kFilteredHistoryReportIntervalMs
+                                               : requestedInterval.load(std::memory_order_relaxed),
                                            std::memory_order_relaxed);
+        record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
     } else {
         record.RequestedReportingState.store(1, std::memory_order_relaxed);
         record.RequestedPowerState.store(2, std::memory_order_relaxed);
-        record.BatchInterval.store(maxEntries_ * sampleReportInterval_, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(sampleReportInterval_, std::memory_order_relaxed);
-        if (kind_ == HistoryKind::Pedometer)
-            sensitivity = kPedometerIdleSensitivity;
+        ApplyRecordingPace(record, *this);
     }
-    record.DataThresholds[kChangeSensitivityPosition].store(sensitivity, std::memory_order_relaxed);
     if (kind_ == HistoryKind::Activity)
         sensor_->PropertyCache()->RequestedVendorValues[static_cast<ULONG>(RequestedVendor::ActSubscribedActivities)]
             .store(kAllActivities, std::memory_order_relaxed);
@@ -442,16 +424,14 @@ NTSTATUS SensorHistory::StopHistory(SENSOROBJECT sensor) noexcept
     }
     HidCollectionRecord& record = *sensor_->Record();
     SetHistoryStarted(record, 0);
-    const ULONG mode = record.modeFlags.fetch_and(~ULONG{4}, std::memory_order_relaxed);
-    if ((mode & 1) != 0) {
+    const ULONG mode = record.modeFlags.fetch_and(~kModeHistory, std::memory_order_relaxed);
+    if ((mode & kModeFiltered) != 0) {
         record.BatchInterval.store(0, std::memory_order_relaxed);
         record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                            std::memory_order_relaxed);
-        float sensitivity = 0.0f;
-        if (kind_ == HistoryKind::Pedometer)
-            sensitivity = static_cast<float>((stepThreshold.load(std::memory_order_relaxed) * 4) | 2);
+        const float sensitivity = kind_ == HistoryKind::Pedometer ? FilteredStepSensitivity(*this) : 0.0f;
         record.DataThresholds[kChangeSensitivityPosition].store(sensitivity, std::memory_order_relaxed);
-    } else if ((mode & 2) != 0) {
+    } else if ((mode & kModeEverySample) != 0) {
         record.BatchInterval.store(0, std::memory_order_relaxed);
         record.CurrentReportInterval.store(requestedInterval.load(std::memory_order_relaxed),
                                            std::memory_order_relaxed);

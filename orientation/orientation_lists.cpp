@@ -2,14 +2,13 @@
 
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_keys.h"
 #include "sensors/sensor_lists.h"
 
 namespace {
-constexpr ULONG kSensorPropertyEntries = 6;
 constexpr ULONG kDataFieldPropertyEntries = 3;
-constexpr ULONG kBaseEnumerationEntries = 6;
 
 // List memory failures become STATUS_INSUFFICIENT_RESOURCES, whatever the framework said.
 NTSTATUS MakeList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* list) noexcept
@@ -21,9 +20,10 @@ NTSTATUS MakeList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* lis
 NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape& shape) noexcept
 {
     HidCollectionRecord& record = *sensor.Record();
-    const SensorPropertyCache& cache = *sensor.PropertyCache();
     const SENSOROBJECT object = record.SensorObject;
     const ULONG fieldCount = static_cast<ULONG>(shape.DataKeys.size()) + 1;
+    record.historySupported = 0;
+    record.minRetrievalSize = 0;
 
     PSENSOR_PROPERTY_LIST supported = nullptr;
     if (!NT_SUCCESS(CreatePropertyList(object, fieldCount, &supported)))
@@ -38,10 +38,7 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape
     if (!NT_SUCCESS(status))
         return status;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    data->List[0].Key = kTimestampKey;
-    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+    SetTimestampEntry(data);
     for (ULONG i = 1; i < fieldCount; ++i) {
         if (shape.DataType == VT_UI4)
             SetEntryUInt32(data, i, shape.DataKeys[i - 1], 0);
@@ -50,31 +47,20 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape
     }
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
-    status = MakeList(object, kBaseEnumerationEntries + (shape.AnnouncesPrimary ? 1 : 0), &enumeration);
+    status = MakeList(object, kIdentityEntries + (shape.AnnouncesPrimary ? 1 : 0), &enumeration);
     if (!NT_SUCCESS(status))
         return status;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, shape.SensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, shape.Category);
+    SetIdentityEntries(enumeration, sensor, shape.SensorType, shape.Category);
     if (shape.AnnouncesPrimary)
         SetEntryBool(enumeration, 6, kIsPrimaryKey, true);
 
     PSENSOR_COLLECTION_LIST properties = nullptr;
-    status = MakeList(object, kSensorPropertyEntries, &properties);
+    status = MakeList(object, kBasePropertyEntries, &properties);
     if (!NT_SUCCESS(status))
         return status;
     record.SensorProperties = properties;
-    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
-    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
-    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
-                   record.MinimumReportInterval.load(std::memory_order_relaxed));
-    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, shape.SensorType);
+    SetBasePropertyEntries(properties, sensor, shape.SensorType);
 
     PSENSOR_COLLECTION_LIST fieldProperties = nullptr;
     status = MakeList(object, kDataFieldPropertyEntries, &fieldProperties);

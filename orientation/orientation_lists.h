@@ -21,9 +21,10 @@ struct OrientationListShape {
     float InitialThreshold;
 };
 
-// Creates, in this order, the supported data fields, the data list, the
-// enumeration list, the sensor properties (sensor state third), the data-field
-// properties and the thresholds of `sensor`, whose platform sensor exists. A
-// list that cannot be made gives STATUS_INSUFFICIENT_RESOURCES; the lists made
-// before it stay with the platform sensor.
+// Marks `sensor` as having no history, then creates, in this order, the
+// supported data fields, the data list, the enumeration list, the sensor
+// properties (sensor state third), the data-field properties and the
+// thresholds of `sensor`, whose platform sensor exists. A list that cannot be
+// made gives STATUS_INSUFFICIENT_RESOURCES; the lists made before it stay with
+// the platform sensor.
 NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape& shape) noexcept;

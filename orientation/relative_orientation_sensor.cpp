@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "orientation/orientation_lists.h"
+#include "sensors/common_list_entries.h"
 #include "platform/sensorsutils.h"
 #include "sensors/sensor_keys.h"
 #include "tracing/trace.h"
@@ -21,12 +22,22 @@ constexpr float kInitialThreshold = 0.2f;
 constexpr float kComponentResolution = 0.001f;
 constexpr float kComponentMinimum = -1.0f;
 constexpr float kComponentMaximum = 1.0f;
-constexpr ULONG kSensorStateEntry = 2;
 
 bool IsComponentKey(const PROPERTYKEY& key) noexcept
 {
     return key.pid >= kQuaternionWKey.pid && key.pid <= kQuaternionZKey.pid && IsEqualGUID(key.fmtid, kSensorDataFmtid);
 }
+
+constexpr OrientationListShape kListShape = {kRelativeOrientationSensorType,
+                                             kMotionSensorCategory,
+                                             false,
+                                             kComponentKeys,
+                                             VT_R4,
+                                             kComponentResolution,
+                                             kComponentMinimum,
+                                             kComponentMaximum,
+                                             kComponentKeys,
+                                             kInitialThreshold};
 }  // namespace
 
 RelativeOrientationSensor::RelativeOrientationSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind,
@@ -36,31 +47,13 @@ RelativeOrientationSensor::RelativeOrientationSensor(WDFDEVICE device, HidDevice
     : CustomSensor(device, owner, sensorObjectKind, usage, linkCollection, sensorIndex, manufacturer, product,
                    serialNumber, instanceName)
 {
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
 }
 
 NTSTATUS RelativeOrientationSensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    HidCollectionRecord& record = *Record();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        record.historySupported = 0;
-        record.minRetrievalSize = 0;
-        const OrientationListShape shape = {kRelativeOrientationSensorType,
-                                          kMotionSensorCategory,
-                                          false,
-                                          kComponentKeys,
-                                          VT_R4,
-                                          kComponentResolution,
-                                          kComponentMinimum,
-                                          kComponentMaximum,
-                                          kComponentKeys,
-                                          kInitialThreshold};
-        status = CreateOrientationLists(*this, shape);
-    }
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+    const NTSTATUS status = RegisterWithLists([this] { return CreateOrientationLists(*this, kListShape); });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -70,13 +63,7 @@ NTSTATUS RelativeOrientationSensor::RegisterSensor()
 NTSTATUS RelativeOrientationSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
                                                       ULONG* size)
 {
-    TRACE_ENTRY();
-    const NTSTATUS status =
-        AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size, [](PSENSOR_COLLECTION_LIST) {});
-    if (!NT_SUCCESS(status))
-        TRACE_ERROR(status, GetFriendlyName());
-    TRACE_EXIT(status);
-    return status;
+    return AnswerPublishedThresholds(sensor, thresholds, size);
 }
 
 NTSTATUS RelativeOrientationSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)

@@ -1,6 +1,7 @@
 #include "orientation/simple_device_orientation_sensor.h"
 
 #include "orientation/orientation_lists.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/sensor_keys.h"
 #include "tracing/trace.h"
 
@@ -15,7 +16,17 @@ constexpr ULONG kOrientationPid = 7;  // custom value 1
 constexpr float kOrientationResolution = 1.0f;
 constexpr float kOrientationMinimum = 0.0f;
 constexpr float kOrientationMaximum = 10000.0f;
-constexpr ULONG kSensorStateEntry = 2;
+
+constexpr OrientationListShape kListShape = {kSimpleDeviceOrientationSensorType,
+                                             kSensorCategoryOther,
+                                             true,
+                                             kOrientationKeys,
+                                             VT_UI4,
+                                             kOrientationResolution,
+                                             kOrientationMinimum,
+                                             kOrientationMaximum,
+                                             {},
+                                             0.0f};
 }  // namespace
 
 SimpleDeviceOrientationSensor::SimpleDeviceOrientationSensor(WDFDEVICE device, HidDevice* owner,
@@ -26,31 +37,13 @@ SimpleDeviceOrientationSensor::SimpleDeviceOrientationSensor(WDFDEVICE device, H
     : CustomSensor(device, owner, sensorObjectKind, usage, linkCollection, sensorIndex, manufacturer, product,
                    serialNumber, instanceName)
 {
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
 }
 
 NTSTATUS SimpleDeviceOrientationSensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    HidCollectionRecord& record = *Record();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        record.historySupported = 0;
-        record.minRetrievalSize = 0;
-        const OrientationListShape shape = {kSimpleDeviceOrientationSensorType,
-                                          kSensorCategoryOther,
-                                          true,
-                                          kOrientationKeys,
-                                          VT_UI4,
-                                          kOrientationResolution,
-                                          kOrientationMinimum,
-                                          kOrientationMaximum,
-                                          {},
-                                          0.0f};
-        status = CreateOrientationLists(*this, shape);
-    }
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+    const NTSTATUS status = RegisterWithLists([this] { return CreateOrientationLists(*this, kListShape); });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -60,13 +53,7 @@ NTSTATUS SimpleDeviceOrientationSensor::RegisterSensor()
 NTSTATUS SimpleDeviceOrientationSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
                                                           ULONG* size)
 {
-    TRACE_ENTRY();
-    const NTSTATUS status =
-        AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size, [](PSENSOR_COLLECTION_LIST) {});
-    if (!NT_SUCCESS(status))
-        TRACE_ERROR(status, GetFriendlyName());
-    TRACE_EXIT(status);
-    return status;
+    return AnswerPublishedThresholds(sensor, thresholds, size);
 }
 
 NTSTATUS SimpleDeviceOrientationSensor::SetDataThresholds(SENSOROBJECT /*sensor*/,

@@ -3,9 +3,13 @@
 #include <cmath>
 
 #include "history/history_keys.h"
+#include "history/history_lifetime.h"
+#include "history/history_pace.h"
+#include "history/history_properties.h"
 #include "platform/propsys.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/sensor_lists.h"
 #include "tracing/trace.h"
 
@@ -15,13 +19,8 @@ constexpr GUID kTraceMessageGuid = {
 
 constexpr GUID kPedometerSensorType = {
     0xB19F89AF, 0xE3EB, 0x444B, {0x8D, 0xEA, 0x20, 0x25, 0x75, 0xA7, 0x15, 0x99}};
-constexpr PROPERTYKEY kSensorProperty23Key = {kSensorPropertyFmtid, 23};
 constexpr PROPERTYKEY kSupportedStepTypesKey = {kSensorPropertyFmtid, 70};
-constexpr float kProperty23Value = 2.0f;
 
-constexpr ULONG kStepTypeUnknown = 1;
-constexpr ULONG kStepTypeWalking = 2;
-constexpr ULONG kStepTypeRunning = 4;
 constexpr ULONG kSupportedStepTypes = kStepTypeUnknown | kStepTypeWalking | kStepTypeRunning;
 
 // Data-list entries: timestamp, reset flag, then type, count and duration per step type.
@@ -37,19 +36,6 @@ constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 1;
 constexpr ULONG kFieldsPerSample = 5;  // custom values 1..5
 constexpr ULONG kInitialStepThresholdEntry = 1;
-
-constexpr ULONG kSensorStateEntry = 2;
-constexpr ULONG kSensorStateStarted = 2;
-constexpr ULONG kSensorStateStopped = 1;
-
-constexpr ULONG kModeFiltered = 1;
-constexpr ULONG kModeEverySample = 2;
-constexpr ULONG kModeHistory = 4;
-constexpr ULONG kChangeSensitivityPosition = 3;  // custom value 1's threshold
-constexpr ULONG kHistoryReportIntervalMs = 100;  // while recording with filtered delivery
-constexpr float kIdleHistorySensitivity = 5.0f;
-
-constexpr ULONG kListHeaderBytes = 8;
 
 // Custom value k (1..5) of `key`, or 0.
 ULONG StepField(const PROPERTYKEY& key) noexcept
@@ -81,17 +67,6 @@ bool StepTotal(const PedometerRecord& record, ULONG* total) noexcept
     return *total >= record.walkingStepCount;
 }
 
-// Sets one delivery mode and clears the other in one step, so that the
-// reader never sees neither; the history bit is kept. Returns the old flags.
-ULONG SetDeliveryMode(std::atomic<ULONG>& flags, ULONG mode) noexcept
-{
-    ULONG old = flags.load(std::memory_order_relaxed);
-    while (!flags.compare_exchange_weak(old, (old & ~(kModeFiltered | kModeEverySample)) | mode,
-                                        std::memory_order_relaxed))
-        ;
-    return old;
-}
-
 // A float threshold truncated toward zero, kept to 32 bits as a 64-bit
 // conversion keeps it; NaN and values beyond 64 bits give 0.
 ULONG TruncatedThreshold(float value) noexcept
@@ -110,48 +85,32 @@ PedometerSensor::PedometerSensor(WDFDEVICE device, HidDevice* owner, ULONG senso
 {
     if (!IsValid())
         return;
-    SetSensorStateEntry(kSensorStateEntry);
+    SetSensorStateEntry(kBaseSensorStateEntry);
     // Without its history the sensor is not created: discovery skips the collection.
-    history_ = new (std::nothrow) SensorHistory(device, HistoryKind::Pedometer);
+    history_ = CreateSensorHistory(*this, HistoryKind::Pedometer);
     if (history_ == nullptr) {
         TRACE_ERROR(STATUS_NO_MEMORY, sensorIndex);
         MarkConstructionFailed();
-        return;
     }
-    history_->requestedInterval.store(Record()->CurrentReportInterval.load(std::memory_order_relaxed),
-                                      std::memory_order_relaxed);
 }
 
 PedometerSensor::~PedometerSensor()
 {
-    if (history_ == nullptr)
-        return;
-    // The worker and the timer go before the SENSOROBJECT they use.
-    history_->Shutdown();
-    Record()->History = nullptr;
-    delete history_;
-    history_ = nullptr;
-}
-
-float PedometerSensor::FilteredSensitivity() const noexcept
-{
-    return static_cast<float>((history_->stepThreshold.load(std::memory_order_relaxed) * 4) | 2);
+    DestroySensorHistory(*this, history_);
 }
 
 NTSTATUS PedometerSensor::RegisterSensor()
 {
     TRACE_ENTRY();
-    NTSTATUS status = CreateBoundSensorObject();
-    if (NT_SUCCESS(status)) {
-        status = history_->Initialize(*this);
-        if (!NT_SUCCESS(status))
+    const NTSTATUS status = RegisterWithLists([this] {
+        const NTSTATUS initialized = history_->Initialize(*this);
+        if (!NT_SUCCESS(initialized)) {
             DeleteSensorObject();
-    }
-    // From here a failure keeps the platform sensor and its lists until the object goes.
-    if (NT_SUCCESS(status))
-        status = CreateLists();
-    if (NT_SUCCESS(status))
-        status = InitializeSensorObject();
+            return initialized;
+        }
+        // From here a failure keeps the platform sensor and its lists until the object goes.
+        return CreateLists();
+    });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -161,7 +120,6 @@ NTSTATUS PedometerSensor::RegisterSensor()
 NTSTATUS PedometerSensor::CreateLists()
 {
     HidCollectionRecord& record = *Record();
-    const SensorPropertyCache& cache = *PropertyCache();
     const SENSOROBJECT sensor = record.SensorObject;
 
     PSENSOR_PROPERTY_LIST fields = nullptr;
@@ -178,10 +136,7 @@ NTSTATUS PedometerSensor::CreateLists()
     if (!NT_SUCCESS(CreateCollectionList(sensor, kDataEntries, &data)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.Data = data;
-    FILETIME now = {};
-    GetSystemTimeAsFileTime(&now);
-    data->List[0].Key = kTimestampKey;
-    InitPropVariantFromFileTime(&now, &data->List[0].Value);
+    SetTimestampEntry(data);
     SetEntryBool(data, kResetEntry, kFirstAfterResetKey, false);
     const ULONG types[] = {kStepTypeUnknown, kStepTypeWalking, kStepTypeRunning};
     for (ULONG i = 0; i < 3; ++i) {
@@ -192,21 +147,13 @@ NTSTATUS PedometerSensor::CreateLists()
     }
     // One record takes exactly the entries of this list.
     record.minRetrievalSize = CollectionsListGetMarshalledSizeWithoutSerialization(data);
-    const ULONG historySize = record.historySupported != 0
-                                  ? (record.minRetrievalSize - kListHeaderBytes) * history_->MaxEntries() +
-                                        kListHeaderBytes
-                                  : 0;
+    const ULONG historySize = HistorySizeInBytes(record, *history_);
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
     if (!NT_SUCCESS(CreateCollectionList(sensor, kEnumerationEntries, &enumeration)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kPedometerSensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kMotionSensorCategory);
+    SetIdentityEntries(enumeration, *this, kPedometerSensorType, kMotionSensorCategory);
     SetEntryFloat(enumeration, 6, kSensorProperty23Key, kProperty23Value);
     SetEntryUInt32(enumeration, 7, kHistorySizeKey, historySize);
     SetEntryUInt32(enumeration, 8, kSupportedStepTypesKey, kSupportedStepTypes);
@@ -215,17 +162,9 @@ NTSTATUS PedometerSensor::CreateLists()
     if (!NT_SUCCESS(CreateCollectionList(sensor, kPropertyEntries, &properties)))
         return STATUS_INSUFFICIENT_RESOURCES;
     record.SensorProperties = properties;
-    SetEntry(properties, 0, kSerialNumberKey, cache.SerialNumber.Text);
-    SetEntry(properties, 1, kDescriptionKey, cache.Description.Text);
-    SetEntryUInt32(properties, 2, kSensorStateKey, 0);
-    SetEntryUInt32(properties, 3, kMinimumDataIntervalKey,
-                   record.MinimumReportInterval.load(std::memory_order_relaxed));
-    SetEntryUInt32(properties, 4, kMaximumDataSizeKey, CollectionsListGetMarshalledSize(data));
-    SetEntry(properties, 5, kSensorTypeKey, kPedometerSensorType);
+    SetBasePropertyEntries(properties, *this, kPedometerSensorType);
     SetEntryFloat(properties, 6, kSensorProperty23Key, kProperty23Value);
-    SetEntryUInt32(properties, 7, kHistorySizeKey, historySize);
-    SetEntryUInt32(properties, 8, kHistoryIntervalKey, history_->SampleReportInterval());
-    SetEntryUInt32(properties, 9, kHistoryRecordSizeKey, record.minRetrievalSize);
+    SetHistoryPropertyEntries(properties, 7, record, *history_);
     SetEntryUInt32(properties, 10, kSupportedStepTypesKey, kSupportedStepTypes);
 
     // They describe the step count.
@@ -262,9 +201,9 @@ NTSTATUS PedometerSensor::Start(SENSOROBJECT sensor)
                 // The device counts for itself and reports when the threshold is near.
                 record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                                    std::memory_order_relaxed);
-                sensitivity = FilteredSensitivity();
+                sensitivity = FilteredStepSensitivity(*history_);
             } else {
-                record.CurrentReportInterval.store(kHistoryReportIntervalMs, std::memory_order_relaxed);
+                record.CurrentReportInterval.store(kFilteredHistoryReportIntervalMs, std::memory_order_relaxed);
             }
         } else {
             SetDeliveryMode(record.modeFlags, kModeEverySample);
@@ -284,24 +223,7 @@ NTSTATUS PedometerSensor::Stop(SENSOROBJECT sensor)
     TRACE_ENTRY();
     const NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
-        const ULONG mode = record.modeFlags.fetch_and(~(kModeFiltered | kModeEverySample), std::memory_order_relaxed);
-        if ((mode & kModeFiltered) != 0)
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
-        if ((mode & kModeHistory) != 0) {
-            // The device keeps reporting at the history's pace.
-            record.BatchInterval.store(history_->MaxEntries() * history_->SampleReportInterval(),
-                                       std::memory_order_relaxed);
-            record.CurrentReportInterval.store(history_->SampleReportInterval(), std::memory_order_relaxed);
-            record.DataThresholds[kChangeSensitivityPosition].store(kIdleHistorySensitivity,
-                                                                    std::memory_order_relaxed);
-            ReadFeatureReport(1);
-        } else {
-            record.RequestedReportingState.store(0, std::memory_order_relaxed);
-            record.RequestedPowerState.store(1, std::memory_order_relaxed);
-            ReadFeatureReport(0);
-        }
+        StopHistorySensorDelivery(*this, *history_);
         SetSensorStateProperty(kSensorStateStopped);
     }
     TRACE_EXIT(status);
@@ -310,42 +232,12 @@ NTSTATUS PedometerSensor::Stop(SENSOROBJECT sensor)
 
 NTSTATUS PedometerSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && dataRateMs == nullptr)
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status)) {
-        ReadFeatureReport(0);
-        // A minimum the device raised above the requested interval: back to the default.
-        if (history_->requestedInterval.load(std::memory_order_relaxed) <
-            Record()->MinimumReportInterval.load(std::memory_order_relaxed))
-            history_->requestedInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = history_->requestedInterval.load(std::memory_order_relaxed);
-        TRACE_INFO(GetFriendlyName(), *dataRateMs);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return GetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS PedometerSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    HidCollectionRecord& record = *Record();
-    if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
-        status = STATUS_UNSUCCESSFUL;
-    if (NT_SUCCESS(status)) {
-        history_->requestedInterval.store(dataRateMs, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
-        ReadFeatureReport(0);
-        record.forceDelivery.store(1, std::memory_order_relaxed);
-    } else {
-        TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
-    }
-    TRACE_EXIT(status);
-    return status;
+    return SetRequestedInterval(sensor, dataRateMs, history_->requestedInterval);
 }
 
 NTSTATUS PedometerSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds, ULONG* size)
@@ -396,22 +288,7 @@ NTSTATUS PedometerSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECT
 NTSTATUS PedometerSensor::GetDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
                                                  PSENSOR_COLLECTION_LIST properties, ULONG* size)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
-        status = STATUS_INVALID_PARAMETER;
-    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, kStepCountKey))
-        status = STATUS_NOT_SUPPORTED;
-    // Never rewritten after registration: no lock needed.
-    if (NT_SUCCESS(status))
-        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
-    if (!NT_SUCCESS(status)) {
-        if (size != nullptr)
-            *size = 0;
-        TRACE_ERROR(status, GetFriendlyName());
-    }
-    TRACE_EXIT(status);
-    return status;
+    return AnswerDataFieldProperties(sensor, dataField, kStepCountKey, properties, size);
 }
 
 NTSTATUS PedometerSensor::StartHistory(SENSOROBJECT sensor)

@@ -51,8 +51,6 @@ public:
 private:
     NTSTATUS CreateLists();
     void CompleteSample();
-    // The change sensitivity filtered delivery asks the device for: (T x 4) OR 2.
-    float FilteredSensitivity() const noexcept;
 
     SensorHistory* history_ = nullptr;
 };

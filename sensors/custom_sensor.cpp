@@ -14,13 +14,6 @@ namespace {
 constexpr GUID kTraceMessageGuid = {
     0x65A02E6C, 0xF9CE, 0x4114, {0xAC, 0x99, 0x2B, 0xD3, 0x5B, 0x48, 0xDD, 0xFB}};
 
-// Sensor-state values of the sensor property list.
-constexpr ULONG kSensorStateReady = 2;
-constexpr ULONG kSensorStateStopped = 1;
-
-// Record position of custom value 1's change sensitivity.
-constexpr ULONG kCustomValue1ThresholdPosition = 3;
-
 // The same GUID, as two 8-byte compares: this runs for every data-field update.
 bool SameFmtid(const GUID& a, const GUID& b) noexcept
 {
@@ -101,16 +94,11 @@ NTSTATUS CustomSensor::ReadFeatureReport(ULONG writeSettings)
 
 void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
 {
-    SetSensorStateProperty(state, sensorStateEntry_);
-}
-
-void CustomSensor::SetSensorStateProperty(ULONG state, ULONG entry) noexcept
-{
     PSENSOR_COLLECTION_LIST properties = Record()->SensorProperties;
-    if (properties == nullptr || entry >= properties->Count)
+    if (properties == nullptr || sensorStateEntry_ >= properties->Count)
         return;
     std::lock_guard lock(publishedListsLock_);
-    PROPVARIANT& value = properties->List[entry].Value;
+    PROPVARIANT& value = properties->List[sensorStateEntry_].Value;
     value.vt = VT_UI4;
     value.ulVal = state;
 }
@@ -126,7 +114,7 @@ NTSTATUS CustomSensor::Start(SENSOROBJECT sensor)
         record.RequestedPowerState.store(2, std::memory_order_relaxed);
         // The write-back sends the reporting and power state; its result is not ours.
         ReadFeatureReport(0);
-        SetSensorStateProperty(kSensorStateReady);
+        SetSensorStateProperty(kSensorStateStarted);
     }
     TRACE_EXIT(status);
     return status;
@@ -190,18 +178,31 @@ NTSTATUS CustomSensor::GetDataFieldProperties(SENSOROBJECT /*sensor*/, const PRO
 
 NTSTATUS CustomSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
 {
+    const NTSTATUS status = GetRequestedInterval(sensor, dataRateMs, Record()->CurrentReportInterval);
+    // Only the plain custom sensor reads the feature report again after answering.
+    if (NT_SUCCESS(status))
+        ReadFeatureReport(0);
+    return status;
+}
+
+NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+{
+    return SetRequestedInterval(sensor, dataRateMs, Record()->CurrentReportInterval);
+}
+
+NTSTATUS CustomSensor::GetRequestedInterval(SENSOROBJECT sensor, ULONG* dataRateMs, std::atomic<ULONG>& requested)
+{
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status) && dataRateMs == nullptr)
         status = STATUS_INVALID_PARAMETER;
     if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
         ReadFeatureReport(0);
-        if (record.CurrentReportInterval.load(std::memory_order_relaxed) <
-            record.MinimumReportInterval.load(std::memory_order_relaxed))
-            record.CurrentReportInterval.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
-        *dataRateMs = record.CurrentReportInterval.load(std::memory_order_relaxed);
-        ReadFeatureReport(0);
+        // A minimum the device raised above the requested interval: back to the default.
+        if (requested.load(std::memory_order_relaxed) <
+            Record()->MinimumReportInterval.load(std::memory_order_relaxed))
+            requested.store(kDefaultReportIntervalMs, std::memory_order_relaxed);
+        *dataRateMs = requested.load(std::memory_order_relaxed);
         TRACE_INFO(GetFriendlyName(), *dataRateMs);
     } else {
         TRACE_ERROR(status, GetFriendlyName());
@@ -210,7 +211,7 @@ NTSTATUS CustomSensor::GetDataInterval(SENSOROBJECT sensor, ULONG* dataRateMs)
     return status;
 }
 
-NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
+NTSTATUS CustomSensor::SetRequestedInterval(SENSOROBJECT sensor, ULONG dataRateMs, std::atomic<ULONG>& requested)
 {
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
@@ -218,11 +219,34 @@ NTSTATUS CustomSensor::SetDataInterval(SENSOROBJECT sensor, ULONG dataRateMs)
     if (NT_SUCCESS(status) && dataRateMs < record.MinimumReportInterval.load(std::memory_order_relaxed))
         status = STATUS_UNSUCCESSFUL;
     if (NT_SUCCESS(status)) {
+        requested.store(dataRateMs, std::memory_order_relaxed);
         record.CurrentReportInterval.store(dataRateMs, std::memory_order_relaxed);
         ReadFeatureReport(0);
         record.forceDelivery.store(1, std::memory_order_relaxed);
     } else {
         TRACE_ERROR(status, GetFriendlyName(), dataRateMs);
+    }
+    TRACE_EXIT(status);
+    return status;
+}
+
+NTSTATUS CustomSensor::AnswerDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                                 const PROPERTYKEY& servedKey, PSENSOR_COLLECTION_LIST properties,
+                                                 ULONG* size)
+{
+    TRACE_ENTRY();
+    NTSTATUS status = CheckHandle(sensor);
+    if (NT_SUCCESS(status) && (dataField == nullptr || size == nullptr))
+        status = STATUS_INVALID_PARAMETER;
+    if (NT_SUCCESS(status) && !IsEqualPropertyKey(*dataField, servedKey))
+        status = STATUS_NOT_SUPPORTED;
+    // Never rewritten after registration: no lock needed.
+    if (NT_SUCCESS(status))
+        status = AnswerCollectionList(Record()->DataFieldProperties, properties, size);
+    if (!NT_SUCCESS(status)) {
+        if (size != nullptr)
+            *size = 0;
+        TRACE_ERROR(status, GetFriendlyName());
     }
     TRACE_EXIT(status);
     return status;
@@ -250,6 +274,18 @@ NTSTATUS CustomSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
     return status;
 }
 
+NTSTATUS CustomSensor::AnswerPublishedThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds,
+                                                 ULONG* size)
+{
+    TRACE_ENTRY();
+    const NTSTATUS status =
+        AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size, [](PSENSOR_COLLECTION_LIST) {});
+    if (!NT_SUCCESS(status))
+        TRACE_ERROR(status, GetFriendlyName());
+    TRACE_EXIT(status);
+    return status;
+}
+
 NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds)
 {
     TRACE_ENTRY();
@@ -262,8 +298,8 @@ NTSTATUS CustomSensor::SetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION
             if (!IsEqualPropertyKey(entry.Key, kThresholdKey))
                 continue;
             if (entry.Value.vt == VT_R4)
-                Record()->DataThresholds[kCustomValue1ThresholdPosition].store(entry.Value.fltVal,
-                                                                               std::memory_order_relaxed);
+                Record()->DataThresholds[kChangeSensitivityPosition].store(entry.Value.fltVal,
+                                                                           std::memory_order_relaxed);
             else
                 TRACE_WARNING(GetFriendlyName(), static_cast<ULONG>(entry.Value.vt));
             // Written back whatever the type: the device gets the requested values.

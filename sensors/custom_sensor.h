@@ -26,6 +26,10 @@
 inline constexpr ULONG kDefaultReportIntervalMs = 100;
 inline constexpr ULONG kMinimumReportIntervalMs = 50;
 
+// Values of the sensor-state property.
+inline constexpr ULONG kSensorStateStarted = 2;
+inline constexpr ULONG kSensorStateStopped = 1;
+
 class CustomSensor : public HidSensor {
 public:
     CustomSensor(WDFDEVICE device, HidDevice* owner, ULONG sensorObjectKind, ULONG usage,
@@ -75,10 +79,8 @@ protected:
     // Builds the data-field key vector from the sensor's own input report and
     // sets the presence flags of the fields it finds.
     NTSTATUS BuildDataFieldKeys();
-    // Writes `state` into the sensor-state entry of the sensor property list
-    // (entry `entry` for subclasses whose list puts it elsewhere).
+    // Writes `state` into the sensor-state entry of the sensor property list.
     void SetSensorStateProperty(ULONG state) noexcept;
-    void SetSensorStateProperty(ULONG state, ULONG entry) noexcept;
     // Where the one-argument form writes it: 3 in the custom sensor's own list,
     // whose third entry is the HID usage; 2 in the subclasses', which have none.
     void SetSensorStateEntry(ULONG entry) noexcept { sensorStateEntry_ = entry; }
@@ -92,6 +94,38 @@ protected:
     // enumeration list and marks the sensor registered.
     NTSTATUS CreateBoundSensorObject();
     NTSTATUS InitializeSensorObject();
+    // The two steps around `createLists`, the subclass's own lists. The first
+    // failure is returned; cleaning up after a failed `createLists` is the
+    // subclass's call.
+    template <class CreateLists>
+    NTSTATUS RegisterWithLists(CreateLists createLists)
+    {
+        NTSTATUS status = CreateBoundSensorObject();
+        if (NT_SUCCESS(status))
+            status = createLists();
+        if (NT_SUCCESS(status))
+            status = InitializeSensorObject();
+        return status;
+    }
+
+    // The interval callbacks over `requested`, the interval the client asked
+    // for: a history sensor keeps its own, a plain custom sensor's is the
+    // record's report interval itself. Get reads the feature report and falls
+    // back to the default when the minimum has risen above `requested`; Set
+    // refuses an interval below the minimum, stores it in `requested` and as
+    // the report interval, reads the feature report and forces the next delivery.
+    NTSTATUS GetRequestedInterval(SENSOROBJECT sensor, ULONG* dataRateMs, std::atomic<ULONG>& requested);
+    NTSTATUS SetRequestedInterval(SENSOROBJECT sensor, ULONG dataRateMs, std::atomic<ULONG>& requested);
+
+    // Answers the data-field property list for `servedKey` only: any other
+    // key gives STATUS_NOT_SUPPORTED, and every failure stores size 0.
+    NTSTATUS AnswerDataFieldProperties(SENSOROBJECT sensor, const PROPERTYKEY* dataField,
+                                       const PROPERTYKEY& servedKey, PSENSOR_COLLECTION_LIST properties,
+                                       ULONG* size);
+
+    // Answers the threshold list as it stands (a wrong handle gives size 0):
+    // for sensors whose thresholds are kept in the list itself.
+    NTSTATUS AnswerPublishedThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTION_LIST thresholds, ULONG* size);
 
     // Answers a published list that callbacks may rewrite: a wrong handle
     // gives STATUS_UNSUCCESSFUL (size 0 when asked for), then the size-query

@@ -24,6 +24,26 @@ inline constexpr ULONG kOtherSensorObjectKind = 19;   // every other sensor coll
 inline constexpr ULONG kThresholdPositions = 32;      // one per data-field position
 inline constexpr ULONG kFeaturePropertyFlagCount = 6;
 
+// modeFlags bits.
+inline constexpr ULONG kModeFiltered = 1;     // the host filters by thresholds
+inline constexpr ULONG kModeEverySample = 2;  // every complete sample goes out
+inline constexpr ULONG kModeHistory = 4;      // the history records
+
+// Sets one delivery mode and clears the other in one step, so that the reader
+// never sees neither; the history bit is kept. Returns the old flags.
+inline ULONG SetDeliveryMode(std::atomic<ULONG>& flags, ULONG mode) noexcept
+{
+    ULONG old = flags.load(std::memory_order_relaxed);
+    while (!flags.compare_exchange_weak(old, (old & ~(kModeFiltered | kModeEverySample)) | mode,
+                                        std::memory_order_relaxed))
+        ;
+    return old;
+}
+
+// DataThresholds position of custom value 1: the value the write-back sends
+// as the sensor's change sensitivity.
+inline constexpr ULONG kChangeSensitivityPosition = 3;
+
 struct HidCollectionRecord : HeapObject {
     // Identity, set by the constructor.
     WDFDEVICE Device = nullptr;

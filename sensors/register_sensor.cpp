@@ -6,6 +6,7 @@
 #include "platform/com.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
+#include "sensors/common_list_entries.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_instance_extension.h"
 #include "sensors/sensor_keys.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr GUID kTraceMessageGuid = {
     0x9B7E04A2, 0x31C5, 0x4E8F, {0xB6, 0x2D, 0x70, 0x1A, 0xE4, 0x5C, 0x93, 0x08}};
 
-constexpr ULONG kEnumerationEntries = 7;
+constexpr ULONG kEnumerationEntries = kIdentityEntries + 1;  // and the vendor subtype
 constexpr ULONG kSensorPropertyEntries = 7;
 constexpr ULONG kDataFieldPropertyEntries = 3;
 constexpr ULONG kThresholdEntries = 1;
@@ -118,18 +119,15 @@ NTSTATUS CustomSensor::RegisterSensor()
     record.FurtherBounds[0] = FLT_MAX;
     record.FurtherBounds[1] = FLT_MAX;
 
-    NTSTATUS status = BuildDataFieldKeys();
+    // Builds the data-field keys, which give the custom usage the vendor subtype is made from.
+    NTSTATUS status = CreateBoundSensorObject();
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status, GetFriendlyName());
         TRACE_EXIT(status);
         return status;
     }
+    const SENSOROBJECT sensor = record.SensorObject;
     const ULONG fieldCount = static_cast<ULONG>(cache.DataFieldKeys.Count());
-
-    // Discovery's instance names are not GUID strings: a new ID each time the
-    // device is prepared.
-    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
-        CoCreateGuid(&record.PersistentUniqueId);
 
     WCHAR subtypeText[kVendorSubtypeChars] = {};
     WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsage});
@@ -137,28 +135,6 @@ NTSTATUS CustomSensor::RegisterSensor()
     GUID vendorSubtype = {};
     if (FAILED(CLSIDFromString(subtypeText, &vendorSubtype)))
         vendorSubtype = kFallbackVendorSubtype;
-
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
-    SENSOROBJECT sensor = nullptr;
-    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
-    if (!NT_SUCCESS(status)) {
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    record.SensorObject = sensor;
-
-    SENSOR_INSTANCE_EXTENSION* context = GetSensorInstanceExtension(sensor);
-    if (context == nullptr) {
-        status = STATUS_INSUFFICIENT_RESOURCES;
-        DeleteSensorObject();
-        TRACE_ERROR(status, GetFriendlyName());
-        TRACE_EXIT(status);
-        return status;
-    }
-    context->Sensor = this;
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
     status = CreateCollectionList(sensor, kEnumerationEntries, &enumeration);
@@ -169,12 +145,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         return status;
     }
     record.EnumerationProperties = enumeration;
-    SetEntry(enumeration, 0, kSensorTypeKey, kCustomSensorType);
-    SetEntry(enumeration, 1, kFriendlyNameKey, cache.FriendlyName.Text);
-    SetEntry(enumeration, 2, kManufacturerKey, cache.Manufacturer.Text);
-    SetEntry(enumeration, 3, kModelKey, cache.Model.Text);
-    SetEntry(enumeration, 4, kPersistentUniqueIdKey, record.PersistentUniqueId);
-    SetEntry(enumeration, 5, kSensorCategoryKey, kSensorCategoryCustom);
+    SetIdentityEntries(enumeration, *this, kCustomSensorType, kSensorCategoryCustom);
     SetEntry(enumeration, 6, kVendorSubtypeKey, vendorSubtype);
 
     // From here a failure keeps the SENSOROBJECT; the destructor deletes it.
@@ -189,10 +160,7 @@ NTSTATUS CustomSensor::RegisterSensor()
         status = CreateCollectionList(sensor, fieldCount, &data);
         if (NT_SUCCESS(status)) {
             record.Data = data;
-            FILETIME now = {};
-            GetSystemTimeAsFileTime(&now);
-            data->List[0].Key = kTimestampKey;
-            InitPropVariantFromFileTime(&now, &data->List[0].Value);
+            SetTimestampEntry(data);
             for (ULONG i = 1; i < fieldCount; ++i)
                 SetEntryFloat(data, i, *cache.DataFieldKeys[i], 0.0f);
             IndexDataFields(data);
@@ -232,14 +200,8 @@ NTSTATUS CustomSensor::RegisterSensor()
             status = STATUS_INSUFFICIENT_RESOURCES;
         }
     }
-    if (NT_SUCCESS(status)) {
-        SENSOR_CONFIG config = {sizeof(SENSOR_CONFIG), enumeration};
-        status = SensorsCxSensorInitialize(sensor, &config);
-        if (NT_SUCCESS(status)) {
-            record.SensorObject = sensor;
-            record.IsRegistered.store(1, std::memory_order_relaxed);
-        }
-    }
+    if (NT_SUCCESS(status))
+        status = InitializeSensorObject();
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -253,6 +215,8 @@ NTSTATUS CustomSensor::CreateBoundSensorObject()
     if (!NT_SUCCESS(status))
         return status;
 
+    // Discovery's instance names are not GUID strings: a new ID each time the
+    // device is prepared.
     if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
         CoCreateGuid(&record.PersistentUniqueId);
 

@@ -5,6 +5,9 @@
 
 #include "platform/sensorscx.h"
 
+// The header both list formats open with: AllocatedSizeInBytes and Count.
+inline constexpr ULONG kListHeaderBytes = 8;
+
 // A zeroed SENSOR_COLLECTION_LIST of `count` entries (8 + 48 count bytes) with
 // AllocatedSizeInBytes and Count set, its memory parented to `sensor`.
 NTSTATUS CreateCollectionList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* list) noexcept;
