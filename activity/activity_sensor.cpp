@@ -298,7 +298,9 @@ NTSTATUS ActivitySensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECTI
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
-        if (thresholds != nullptr)
+        // Refreshed only on the way to a copy: a size query or a refused call
+        // leaves the entry that filtered delivery reads as it was.
+        if (thresholds != nullptr && size != nullptr)
             streamEntry_.store(history_->streamFlag.load(std::memory_order_relaxed) != 0 ? 0xFFFF : 0,
                                std::memory_order_relaxed);
         // Answered from a list built here, so that no two callers write one list.

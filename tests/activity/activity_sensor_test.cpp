@@ -186,11 +186,15 @@ TEST(ActivityDelivery, FilteredDeliversTheFirstSampleThenOnlyWhatTheEvaluationAc
     EXPECT_EQ(t.Feed(ActivityReport(t.Hid(), {Word(2, 900)})).size(), 1u);
 }
 
-TEST(ActivityDelivery, UntilThresholdsAreQueriedOrSetTheStreamEntryLetsEverySampleThrough)
+TEST(ActivityDelivery, UntilThresholdsAreCopiedOrSetTheStreamEntryLetsEverySampleThrough)
 {
     // The threshold list is built with the stream entry VARIANT_TRUE, which the
-    // evaluation reads as "deliver every sample".
+    // evaluation reads as "deliver every sample". A size query and a call
+    // refused for its missing size output copy nothing and refresh nothing.
     ClientBed t(ActivityDevice());
+    ASSERT_EQ(t.client->GetDataThresholds(0, cx::ListBuffer::SizeQuery()).status, STATUS_SUCCESS);
+    ASSERT_EQ(t.client->GetDataThresholds(0, cx::ListBuffer::OfBytes(200), {.nullOutput = true}).status,
+              STATUS_INVALID_PARAMETER);
     ASSERT_EQ(t.client->Start(0).status, STATUS_SUCCESS);
     EXPECT_EQ(t.Feed(ActivityReport(t.Hid(), {Word(1, 870)})).size(), 1u);
     EXPECT_EQ(t.Feed(ActivityReport(t.Hid(), {Word(1, 870)})).size(), 1u);
