@@ -260,6 +260,27 @@ TEST(Scenario, HistoryCallsOnASensorWithoutHistoryBreakNoContract)
         << played.out;
 }
 
+// A custom sensor answers an I/O control with success and leaves the request
+// open, whatever handle it is given.
+TEST(Scenario, DeviceIoControlShowsTheStatusAndTheRequestLeftOpen)
+{
+    std::string error;
+    const std::optional<Scenario> scenario = ParseScenario(
+        With(R"("steps":[{"call":"DeviceIoControl","sensor":0,"code":"0x00220003","inputLength":4,"outputLength":8},)"
+             R"({"call":"DeviceIoControl","sensor":0,"code":"0x00220003","handle":"other"}])"),
+        error);
+    ASSERT_TRUE(scenario) << error;
+    const Played played = Play(*scenario);
+    EXPECT_EQ(played.status, 0) << played.out;
+    const std::string answer = R"("call":"DeviceIoControl","sensor":0,"status":"0x00000000","requestStatus":"0x00000103")";
+    const std::size_t first = played.out.find(answer);
+    ASSERT_NE(first, std::string::npos) << played.out;
+    EXPECT_NE(played.out.find(answer, first + 1), std::string::npos) << played.out;
+    std::string codeError;
+    EXPECT_FALSE(ParseScenario(With(R"("steps":[{"call":"DeviceIoControl","code":"220003"}])"), codeError));
+    EXPECT_EQ(codeError.rfind("steps[0].code: expected an IOCTL code", 0), 0u) << codeError;
+}
+
 TEST(CommandLine, UsageErrorsNameTheArgumentAndExitWithTwo)
 {
     struct Case {

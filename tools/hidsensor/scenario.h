@@ -41,6 +41,9 @@ struct CallStep {
     std::uint32_t ms = 0;
     std::vector<ScenarioValue> list;
     std::uint32_t bytes = 0;
+    std::uint32_t ioControlCode = 0;  // DeviceIoControl
+    std::uint32_t inputLength = 0;
+    std::uint32_t outputLength = 0;
     host::sensorscx::CallOptions options;
 };
 struct PnpStep {

@@ -121,17 +121,23 @@ std::vector<std::uint8_t> GetHex(const json& value, const std::string& path)
     return bytes;
 }
 
-NTSTATUS GetStatus(const json& value, const std::string& path)
+// A 32-bit value written as "0x" and up to 8 hex digits; `what` names it in the error.
+std::uint32_t GetHex32(const json& value, const std::string& path, const char* what)
 {
     const std::string& text = GetString(value, path);
-    std::uint32_t status = 0;
+    std::uint32_t number = 0;
     const bool prefixed = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     const char* first = text.data() + (prefixed ? 2 : 0);
     const char* last = text.data() + text.size();
-    const auto [end, ec] = std::from_chars(first, last, status, 16);
+    const auto [end, ec] = std::from_chars(first, last, number, 16);
     if (!prefixed || ec != std::errc{} || end != last || text.size() > 10)
-        Fail(path, "expected a status as \"0x\" and up to 8 hex digits");
-    return static_cast<NTSTATUS>(status);
+        Fail(path, std::string("expected ") + what + " as \"0x\" and up to 8 hex digits");
+    return number;
+}
+
+NTSTATUS GetStatus(const json& value, const std::string& path)
+{
+    return static_cast<NTSTATUS>(GetHex32(value, path, "a status"));
 }
 
 std::u16string Widen(const std::string& utf8, const std::string& path)
@@ -490,6 +496,8 @@ CallStep ParseCall(const json& step, const std::string& path)
         allowed.push_back("list");
     if (n == "StartHistoryRetrieval")
         allowed.push_back("bytes");
+    if (n == "DeviceIoControl")
+        allowed.insert(allowed.end(), {"code", "inputLength", "outputLength"});
     for (const auto& [key, value] : step.items()) {
         if (std::find(allowed.begin(), allowed.end(), key) == allowed.end())
             Fail(Member(path, key), "unknown key for call " + n);
@@ -535,6 +543,17 @@ CallStep ParseCall(const json& step, const std::string& path)
         if (!step.contains("bytes"))
             Fail(Member(path, "bytes"), "missing");
         call.bytes = static_cast<std::uint32_t>(GetUnsigned(step["bytes"], Member(path, "bytes"), 0x1000000));
+    }
+    if (n == "DeviceIoControl") {
+        if (!step.contains("code"))
+            Fail(Member(path, "code"), "missing");
+        call.ioControlCode = GetHex32(step["code"], Member(path, "code"), "an IOCTL code");
+        if (step.contains("inputLength"))
+            call.inputLength =
+                static_cast<std::uint32_t>(GetUnsigned(step["inputLength"], Member(path, "inputLength"), 0x1000000));
+        if (step.contains("outputLength"))
+            call.outputLength =
+                static_cast<std::uint32_t>(GetUnsigned(step["outputLength"], Member(path, "outputLength"), 0x1000000));
     }
     return call;
 }
@@ -631,7 +650,7 @@ const std::vector<std::string>& CallNames()
     static const std::vector<std::string> kNames = {
         "Start", "Stop", "GetSupportedDataFields", "GetDataFieldProperties", "GetDataInterval",
         "SetDataInterval", "GetDataThresholds", "SetDataThresholds", "GetProperties", "StartHistory",
-        "StopHistory", "ClearHistory", "StartHistoryRetrieval", "CancelHistoryRetrieval"};
+        "StopHistory", "ClearHistory", "StartHistoryRetrieval", "CancelHistoryRetrieval", "DeviceIoControl"};
     return kNames;
 }
 

@@ -381,6 +381,9 @@ private:
                 result = c.StartHistoryRetrieval(index, step.bytes, step.options);
             else if (n == "CancelHistoryRetrieval")
                 result = c.CancelHistoryRetrieval(index, step.options);
+            else if (n == "DeviceIoControl")
+                result = c.DeviceIoControl(index, step.ioControlCode, step.inputLength, step.outputLength,
+                                           step.options);
         }
 
         Event event = Make("call");
@@ -403,6 +406,8 @@ private:
             event.Add("ms", std::to_string(*result.ms));
         if (result.bytesWritten)
             event.Add("bytesWritten", std::to_string(*result.bytesWritten));
+        if (result.requestStatus)
+            event.Add("requestStatus", Status(*result.requestStatus));
         printer_.Print(event);
     }
 
