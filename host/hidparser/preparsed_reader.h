@@ -2,8 +2,8 @@
 // the whole header and that the sections add up; VerifyBody() adds the body
 // checksum for the calls that copy capabilities out. Accessors take indices
 // that the caller has checked against the header counts, so nothing outside
-// totalSize is read. The value Get/Set calls use the lighter ValueIndex
-// (field_lookup.h) instead.
+// totalSize is read. The per-report calls (value Get/Set, the usage calls)
+// use the lighter HotIndex (field_lookup.h) instead.
 #pragma once
 
 #include <cstddef>
