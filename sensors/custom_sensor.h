@@ -87,20 +87,23 @@ protected:
     // Guards the published lists a callback writes while another copies them.
     std::mutex& PublishedListsLock() noexcept { return publishedListsLock_; }
 
-    // The steps that every subclass's registration shares. The first builds
-    // the key vector, sets the persistent unique ID and creates the platform
-    // sensor bound to this object (failing to bind deletes it again:
-    // STATUS_INSUFFICIENT_RESOURCES). The last initializes it with the
-    // enumeration list and marks the sensor registered.
+    // The steps that every registration shares, in their order. The first
+    // builds the key vector and sets the persistent unique ID; the second
+    // creates the platform sensor bound to this object (failing to bind
+    // deletes it again: STATUS_INSUFFICIENT_RESOURCES); the last initializes
+    // it with the enumeration list and marks the sensor registered.
+    NTSTATUS BuildKeysAndIdentity();
     NTSTATUS CreateBoundSensorObject();
     NTSTATUS InitializeSensorObject();
-    // The two steps around `createLists`, the subclass's own lists. The first
-    // failure is returned; cleaning up after a failed `createLists` is the
-    // subclass's call.
+    // The shared steps around `createLists`, the subclass's own lists. The
+    // first failure is returned; cleaning up after a failed `createLists` is
+    // the subclass's call.
     template <class CreateLists>
     NTSTATUS RegisterWithLists(CreateLists createLists)
     {
-        NTSTATUS status = CreateBoundSensorObject();
+        NTSTATUS status = BuildKeysAndIdentity();
+        if (NT_SUCCESS(status))
+            status = CreateBoundSensorObject();
         if (NT_SUCCESS(status))
             status = createLists();
         if (NT_SUCCESS(status))

@@ -119,8 +119,17 @@ NTSTATUS CustomSensor::RegisterSensor()
     record.FurtherBounds[0] = FLT_MAX;
     record.FurtherBounds[1] = FLT_MAX;
 
-    // Builds the data-field keys, which give the custom usage the vendor subtype is made from.
-    NTSTATUS status = CreateBoundSensorObject();
+    // The data-field keys give the custom usage the vendor subtype is made from.
+    NTSTATUS status = BuildKeysAndIdentity();
+    GUID vendorSubtype = {};
+    if (NT_SUCCESS(status)) {
+        WCHAR subtypeText[kVendorSubtypeChars] = {};
+        WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsage});
+        WideAppend(subtypeText, kVendorSubtypeChars, u"-766d-4333-8262-27e82dd158b1}");
+        if (FAILED(CLSIDFromString(subtypeText, &vendorSubtype)))
+            vendorSubtype = kFallbackVendorSubtype;
+        status = CreateBoundSensorObject();
+    }
     if (!NT_SUCCESS(status)) {
         TRACE_ERROR(status, GetFriendlyName());
         TRACE_EXIT(status);
@@ -128,13 +137,6 @@ NTSTATUS CustomSensor::RegisterSensor()
     }
     const SENSOROBJECT sensor = record.SensorObject;
     const ULONG fieldCount = static_cast<ULONG>(cache.DataFieldKeys.Count());
-
-    WCHAR subtypeText[kVendorSubtypeChars] = {};
-    WideFormat(subtypeText, kVendorSubtypeChars, u"{%08x", {cache.CustomUsage});
-    WideAppend(subtypeText, kVendorSubtypeChars, u"-766d-4333-8262-27e82dd158b1}");
-    GUID vendorSubtype = {};
-    if (FAILED(CLSIDFromString(subtypeText, &vendorSubtype)))
-        vendorSubtype = kFallbackVendorSubtype;
 
     PSENSOR_COLLECTION_LIST enumeration = nullptr;
     status = CreateCollectionList(sensor, kEnumerationEntries, &enumeration);
@@ -208,23 +210,27 @@ NTSTATUS CustomSensor::RegisterSensor()
     return status;
 }
 
+NTSTATUS CustomSensor::BuildKeysAndIdentity()
+{
+    const NTSTATUS status = BuildDataFieldKeys();
+    if (!NT_SUCCESS(status))
+        return status;
+    // Discovery's instance names are not GUID strings: a new ID each time the
+    // device is prepared.
+    HidCollectionRecord& record = *Record();
+    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
+        CoCreateGuid(&record.PersistentUniqueId);
+    return STATUS_SUCCESS;
+}
+
 NTSTATUS CustomSensor::CreateBoundSensorObject()
 {
     HidCollectionRecord& record = *Record();
-    NTSTATUS status = BuildDataFieldKeys();
-    if (!NT_SUCCESS(status))
-        return status;
-
-    // Discovery's instance names are not GUID strings: a new ID each time the
-    // device is prepared.
-    if (FAILED(CLSIDFromString(record.InstanceName, &record.PersistentUniqueId)))
-        CoCreateGuid(&record.PersistentUniqueId);
-
     WDF_OBJECT_ATTRIBUTES attributes;
     WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
     WDF_OBJECT_ATTRIBUTES_SET_CONTEXT_TYPE(&attributes, WDF_GET_CONTEXT_TYPE_INFO(SENSOR_INSTANCE_EXTENSION));
     SENSOROBJECT sensor = nullptr;
-    status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
+    const NTSTATUS status = SensorsCxSensorCreate(record.Device, &attributes, &sensor);
     if (!NT_SUCCESS(status))
         return status;
     record.SensorObject = sensor;
