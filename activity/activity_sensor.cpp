@@ -247,20 +247,18 @@ NTSTATUS ActivitySensor::Start(SENSOROBJECT sensor)
     if (NT_SUCCESS(status)) {
         HidCollectionRecord& record = *Record();
         record.forceDelivery.store(1, std::memory_order_relaxed);
-        record.RequestedReportingState.store(1, std::memory_order_relaxed);
-        record.RequestedPowerState.store(2, std::memory_order_relaxed);
+        RequestReporting(record, true);
         if (history_->streamFlag.load(std::memory_order_relaxed) != 0) {
             SetDeliveryMode(record.modeFlags, kModeEverySample);
-            record.BatchInterval.store(0, std::memory_order_relaxed);
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
+            ApplyStreamingPace(record, history_->requestedInterval.load(std::memory_order_relaxed), 0.0f);
         } else {
-            // The device reports as fast as it can; the host filters.
+            // The device reports as fast as it can; the host filters. The
+            // batch interval stays as it is.
             SetDeliveryMode(record.modeFlags, kModeFiltered);
             record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
                                                std::memory_order_relaxed);
+            record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
         }
-        record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
         PropertyCache()->RequestedVendorValues[static_cast<ULONG>(RequestedVendor::ActSubscribedActivities)]
             .store(kAllActivities, std::memory_order_relaxed);
         ReadFeatureReport(1);

@@ -13,6 +13,13 @@ float FilteredStepSensitivity(const SensorHistory& history) noexcept
     return static_cast<float>((history.stepThreshold.load(std::memory_order_relaxed) * 4) | 2);
 }
 
+void ApplyStreamingPace(HidCollectionRecord& record, ULONG reportIntervalMs, float changeSensitivity) noexcept
+{
+    record.BatchInterval.store(0, std::memory_order_relaxed);
+    record.CurrentReportInterval.store(reportIntervalMs, std::memory_order_relaxed);
+    record.DataThresholds[kChangeSensitivityPosition].store(changeSensitivity, std::memory_order_relaxed);
+}
+
 void ApplyRecordingPace(HidCollectionRecord& record, const SensorHistory& history) noexcept
 {
     record.BatchInterval.store(history.MaxEntries() * history.SampleReportInterval(), std::memory_order_relaxed);
@@ -32,8 +39,7 @@ void StopHistorySensorDelivery(CustomSensor& sensor, const SensorHistory& histor
         ApplyRecordingPace(record, history);
         sensor.ReadFeatureReport(1);
     } else {
-        record.RequestedReportingState.store(0, std::memory_order_relaxed);
-        record.RequestedPowerState.store(1, std::memory_order_relaxed);
+        RequestReporting(record, false);
         sensor.ReadFeatureReport(0);
     }
 }

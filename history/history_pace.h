@@ -15,6 +15,10 @@ inline constexpr ULONG kFilteredHistoryReportIntervalMs = 100;
 // threshold times 4, OR 2.
 float FilteredStepSensitivity(const SensorHistory& history) noexcept;
 
+// Keeps the device reporting for a client: each sample as it comes (batch
+// interval 0), at this report interval and change sensitivity.
+void ApplyStreamingPace(HidCollectionRecord& record, ULONG reportIntervalMs, float changeSensitivity) noexcept;
+
 // Keeps the device reporting for the history alone: one batch of maxEntries
 // samples at the sampling interval, with the kind's idle change sensitivity.
 void ApplyRecordingPace(HidCollectionRecord& record, const SensorHistory& history) noexcept;

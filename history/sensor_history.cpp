@@ -391,15 +391,12 @@ NTSTATUS SensorHistory::StartHistory(SENSOROBJECT sensor) noexcept
     const ULONG mode = record.modeFlags.fetch_or(kModeHistory, std::memory_order_relaxed);
     if ((mode & (kModeFiltered | kModeEverySample)) != 0) {
         // A client's delivery already keeps the device reporting.
-        record.BatchInterval.store(0, std::memory_order_relaxed);
-        record.CurrentReportInterval.store((mode & kModeFiltered) != 0
-                                               ? kFilteredHistoryReportIntervalMs
-                                               : requestedInterval.load(std::memory_order_relaxed),
-                                           std::memory_order_relaxed);
-        record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
+        ApplyStreamingPace(record,
+                           (mode & kModeFiltered) != 0 ? kFilteredHistoryReportIntervalMs
+                                                       : requestedInterval.load(std::memory_order_relaxed),
+                           0.0f);
     } else {
-        record.RequestedReportingState.store(1, std::memory_order_relaxed);
-        record.RequestedPowerState.store(2, std::memory_order_relaxed);
+        RequestReporting(record, true);
         ApplyRecordingPace(record, *this);
     }
     if (kind_ == HistoryKind::Activity)
@@ -425,21 +422,13 @@ NTSTATUS SensorHistory::StopHistory(SENSOROBJECT sensor) noexcept
     HidCollectionRecord& record = *sensor_->Record();
     SetHistoryStarted(record, 0);
     const ULONG mode = record.modeFlags.fetch_and(~kModeHistory, std::memory_order_relaxed);
-    if ((mode & kModeFiltered) != 0) {
-        record.BatchInterval.store(0, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
-                                           std::memory_order_relaxed);
-        const float sensitivity = kind_ == HistoryKind::Pedometer ? FilteredStepSensitivity(*this) : 0.0f;
-        record.DataThresholds[kChangeSensitivityPosition].store(sensitivity, std::memory_order_relaxed);
-    } else if ((mode & kModeEverySample) != 0) {
-        record.BatchInterval.store(0, std::memory_order_relaxed);
-        record.CurrentReportInterval.store(requestedInterval.load(std::memory_order_relaxed),
-                                           std::memory_order_relaxed);
-        record.DataThresholds[kChangeSensitivityPosition].store(0.0f, std::memory_order_relaxed);
-    } else {
-        record.RequestedReportingState.store(0, std::memory_order_relaxed);
-        record.RequestedPowerState.store(1, std::memory_order_relaxed);
-    }
+    if ((mode & kModeFiltered) != 0)
+        ApplyStreamingPace(record, record.MinimumReportInterval.load(std::memory_order_relaxed),
+                           kind_ == HistoryKind::Pedometer ? FilteredStepSensitivity(*this) : 0.0f);
+    else if ((mode & kModeEverySample) != 0)
+        ApplyStreamingPace(record, requestedInterval.load(std::memory_order_relaxed), 0.0f);
+    else
+        RequestReporting(record, false);
     sensor_->ReadFeatureReport(1);
     ReleaseBufferLock();
     // Outside bufferLock: a running tick may be waiting for it.

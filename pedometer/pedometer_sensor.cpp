@@ -191,26 +191,17 @@ NTSTATUS PedometerSensor::Start(SENSOROBJECT sensor)
     if (NT_SUCCESS(status)) {
         HidCollectionRecord& record = *Record();
         record.forceDelivery.store(1, std::memory_order_relaxed);
-        record.RequestedReportingState.store(1, std::memory_order_relaxed);
-        record.RequestedPowerState.store(2, std::memory_order_relaxed);
-        record.BatchInterval.store(0, std::memory_order_relaxed);
-        float sensitivity = 0.0f;
-        if (history_->stepThreshold.load(std::memory_order_relaxed) != 0) {
-            const ULONG mode = SetDeliveryMode(record.modeFlags, kModeFiltered);
-            if ((mode & kModeHistory) == 0) {
-                // The device counts for itself and reports when the threshold is near.
-                record.CurrentReportInterval.store(record.MinimumReportInterval.load(std::memory_order_relaxed),
-                                                   std::memory_order_relaxed);
-                sensitivity = FilteredStepSensitivity(*history_);
-            } else {
-                record.CurrentReportInterval.store(kFilteredHistoryReportIntervalMs, std::memory_order_relaxed);
-            }
-        } else {
+        RequestReporting(record, true);
+        if (history_->stepThreshold.load(std::memory_order_relaxed) == 0) {
             SetDeliveryMode(record.modeFlags, kModeEverySample);
-            record.CurrentReportInterval.store(history_->requestedInterval.load(std::memory_order_relaxed),
-                                               std::memory_order_relaxed);
+            ApplyStreamingPace(record, history_->requestedInterval.load(std::memory_order_relaxed), 0.0f);
+        } else if ((SetDeliveryMode(record.modeFlags, kModeFiltered) & kModeHistory) == 0) {
+            // The device counts for itself and reports when the threshold is near.
+            ApplyStreamingPace(record, record.MinimumReportInterval.load(std::memory_order_relaxed),
+                               FilteredStepSensitivity(*history_));
+        } else {
+            ApplyStreamingPace(record, kFilteredHistoryReportIntervalMs, 0.0f);
         }
-        record.DataThresholds[kChangeSensitivityPosition].store(sensitivity, std::memory_order_relaxed);
         ReadFeatureReport(1);
         SetSensorStateProperty(kSensorStateStarted);
     }

@@ -105,31 +105,26 @@ void CustomSensor::SetSensorStateProperty(ULONG state) noexcept
 
 NTSTATUS CustomSensor::Start(SENSOROBJECT sensor)
 {
-    TRACE_ENTRY();
-    NTSTATUS status = CheckHandle(sensor);
-    if (NT_SUCCESS(status)) {
-        HidCollectionRecord& record = *Record();
-        record.forceDelivery.store(1, std::memory_order_relaxed);
-        record.RequestedReportingState.store(1, std::memory_order_relaxed);
-        record.RequestedPowerState.store(2, std::memory_order_relaxed);
-        // The write-back sends the reporting and power state; its result is not ours.
-        ReadFeatureReport(0);
-        SetSensorStateProperty(kSensorStateStarted);
-    }
-    TRACE_EXIT(status);
-    return status;
+    return SwitchReporting(sensor, true);
 }
 
 NTSTATUS CustomSensor::Stop(SENSOROBJECT sensor)
+{
+    return SwitchReporting(sensor, false);
+}
+
+NTSTATUS CustomSensor::SwitchReporting(SENSOROBJECT sensor, bool on)
 {
     TRACE_ENTRY();
     NTSTATUS status = CheckHandle(sensor);
     if (NT_SUCCESS(status)) {
         HidCollectionRecord& record = *Record();
-        record.RequestedReportingState.store(0, std::memory_order_relaxed);
-        record.RequestedPowerState.store(1, std::memory_order_relaxed);
+        if (on)
+            record.forceDelivery.store(1, std::memory_order_relaxed);
+        RequestReporting(record, on);
+        // The write-back sends the reporting and power state; its result is not ours.
         ReadFeatureReport(0);
-        SetSensorStateProperty(kSensorStateStopped);
+        SetSensorStateProperty(on ? kSensorStateStarted : kSensorStateStopped);
     }
     TRACE_EXIT(status);
     return status;

@@ -151,6 +151,10 @@ protected:
     }
 
 private:
+    // Start and Stop: force the next delivery (Start only), ask for reporting
+    // on or off, write it back and publish the sensor state.
+    NTSTATUS SwitchReporting(SENSOROBJECT sensor, bool on);
+
     // The usages every custom sensor handles alike (state and event as values,
     // custom usage); `handled` tells whether `usage` (low 12 bits) was one.
     NTSTATUS HandleCommonInputUsage(USHORT usage, LONG signedValue, ULONG raw,

@@ -130,3 +130,11 @@ struct HidCollectionRecord : HeapObject {
     WDFWAITLOCK WaitLock = nullptr;
     WDFTIMER Timer = nullptr;
 };
+
+// What the write-back asks of the device: reporting on at full power, or
+// reporting off at low power.
+inline void RequestReporting(HidCollectionRecord& record, bool on) noexcept
+{
+    record.RequestedReportingState.store(on ? 1 : 0, std::memory_order_relaxed);
+    record.RequestedPowerState.store(on ? 2 : 1, std::memory_order_relaxed);
+}
