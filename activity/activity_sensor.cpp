@@ -36,30 +36,6 @@ constexpr USHORT kInitialConfidence = 100;
 constexpr USHORT kDefaultConfidenceThreshold = 30;
 constexpr USHORT kMaxConfidence = 100;
 
-void SetUInt16(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
-{
-    entry.Key = key;
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = VT_UI2;
-    entry.Value.uiVal = value;
-}
-
-void SetUInt32(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, ULONG value)
-{
-    entry.Key = key;
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = VT_UI4;
-    entry.Value.ulVal = value;
-}
-
-void SetBool(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, USHORT value)
-{
-    entry.Key = key;
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = VT_BOOL;
-    entry.Value.boolVal = static_cast<VARIANT_BOOL>(value);
-}
-
 bool IsCustomValue(const PROPERTYKEY& key, ULONG* k)
 {
     if (!IsEqualGUID(key.fmtid, kCustomDataFmtid))
@@ -130,11 +106,10 @@ void ActivitySensor::FillThresholds(PSENSOR_COLLECTION_LIST list) const noexcept
 {
     list->AllocatedSizeInBytes = SENSOR_COLLECTION_LIST_SIZE(kThresholdEntries);
     list->Count = kThresholdEntries;
-    SetBool(list->List[0], kActivityStreamThresholdKey, streamEntry_.load(std::memory_order_relaxed));
-    SetUInt32(list->List[1], kSubscribedActivitiesThresholdKey,
-              subscribedActivities_.load(std::memory_order_relaxed));
-    SetUInt16(list->List[2], kActivityConfidenceThresholdKey,
-              confidenceThreshold_.load(std::memory_order_relaxed));
+    SetEntryBool(list, 0, kActivityStreamThresholdKey,
+                 static_cast<VARIANT_BOOL>(streamEntry_.load(std::memory_order_relaxed)));
+    SetEntryUInt32(list, 1, kSubscribedActivitiesThresholdKey, subscribedActivities_.load(std::memory_order_relaxed));
+    SetEntryUInt16(list, 2, kActivityConfidenceThresholdKey, confidenceThreshold_.load(std::memory_order_relaxed));
 }
 
 NTSTATUS ActivitySensor::RegisterSensor()
@@ -179,8 +154,8 @@ NTSTATUS ActivitySensor::BuildLists(ULONG* failedStep)
     record.Data = data;
     SetTimestampEntry(data);
     for (ULONG j = 1; j <= kActivitySlots; ++j) {
-        SetUInt32(data->List[2 * j - 1], kActivityStateKey, kStationary);
-        SetUInt16(data->List[2 * j], kActivityConfidenceKey, kInitialConfidence);
+        SetEntryUInt32(data, 2 * j - 1, kActivityStateKey, kStationary);
+        SetEntryUInt16(data, 2 * j, kActivityConfidenceKey, kInitialConfidence);
     }
 
     *failedStep = 3;
@@ -392,8 +367,8 @@ NTSTATUS ActivitySensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARIA
         if (clamped)
             TRACE_WARNING(GetFriendlyName(), k, value->ulVal);
         if (confidence != 0) {
-            SetUInt32(data->List[2 * k - 1], kActivityStateKey, ActivityStateFromCode(value->ulVal));
-            SetUInt16(data->List[2 * k], kActivityConfidenceKey, confidence);
+            SetEntryUInt32(data, 2 * k - 1, kActivityStateKey, ActivityStateFromCode(value->ulVal));
+            SetEntryUInt16(data, 2 * k, kActivityConfidenceKey, confidence);
             ++history_->activityCount;
         }
     }

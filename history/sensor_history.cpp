@@ -60,24 +60,6 @@ void SetHistoryStarted(HidCollectionRecord& record, UCHAR started)
     std::atomic_ref<UCHAR>(record.historyStarted).store(started, std::memory_order_relaxed);
 }
 
-void SetEntry(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, VARTYPE vt)
-{
-    entry.Key = key;
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = vt;
-}
-
-void SetUInt32(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, ULONG value)
-{
-    SetEntry(entry, key, VT_UI4);
-    entry.Value.ulVal = value;
-}
-
-void SetInt64(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, LONGLONG value)
-{
-    SetEntry(entry, key, VT_I8);
-    entry.Value.hVal = value;
-}
 }  // namespace
 
 bool SameSample(HistoryKind kind, const HistoryRecord& a, const HistoryRecord& b) noexcept
@@ -104,14 +86,13 @@ void WriteRecordEntries(HistoryKind kind, const HistoryRecord& record, SENSOR_VA
     entries[0].Key = kTimestampKey;
     InitPropVariantFromFileTime(&record.Activity.timestamp, &entries[0].Value);
     if (kind == HistoryKind::Activity) {
-        SetUInt32(entries[1], kActivityStateKey, record.Activity.activityState);
-        SetEntry(entries[2], kActivityConfidenceKey, VT_UI2);
-        entries[2].Value.uiVal = record.Activity.confidence;
+        TypedEntry(entries[1], kActivityStateKey, VT_UI4).ulVal = record.Activity.activityState;
+        TypedEntry(entries[2], kActivityConfidenceKey, VT_UI2).uiVal = record.Activity.confidence;
         return;
     }
     const PedometerRecord& steps = record.Pedometer;
-    SetEntry(entries[1], kFirstAfterResetKey, VT_BOOL);
-    entries[1].Value.boolVal = steps.resetFlag != 0 ? VARIANT_TRUE : VARIANT_FALSE;
+    TypedEntry(entries[1], kFirstAfterResetKey, VT_BOOL).boolVal =
+        steps.resetFlag != 0 ? VARIANT_TRUE : VARIANT_FALSE;
     const struct {
         ULONG type;
         ULONG count;
@@ -121,9 +102,9 @@ void WriteRecordEntries(HistoryKind kind, const HistoryRecord& record, SENSOR_VA
                    {kStepTypeRunning, steps.runningStepCount, steps.runningStepDuration}};
     SENSOR_VALUE_PAIR* next = entries + 2;
     for (const auto& step : perType) {
-        SetUInt32(next[0], kStepTypeKey, step.type);
-        SetUInt32(next[1], kStepCountKey, step.count);
-        SetInt64(next[2], kStepDurationKey, step.duration);
+        TypedEntry(next[0], kStepTypeKey, VT_UI4).ulVal = step.type;
+        TypedEntry(next[1], kStepCountKey, VT_UI4).ulVal = step.count;
+        TypedEntry(next[2], kStepDurationKey, VT_I8).hVal = step.duration;
         next += 3;
     }
 }

@@ -53,7 +53,7 @@ NTSTATUS CreateOrientationLists(CustomSensor& sensor, const OrientationListShape
     record.EnumerationProperties = enumeration;
     SetIdentityEntries(enumeration, sensor, shape.SensorType, shape.Category);
     if (shape.AnnouncesPrimary)
-        SetEntryBool(enumeration, 6, kIsPrimaryKey, true);
+        SetEntryBool(enumeration, 6, kIsPrimaryKey, VARIANT_TRUE);
 
     PSENSOR_COLLECTION_LIST properties = nullptr;
     status = MakeList(object, kBasePropertyEntries, &properties);

@@ -46,20 +46,6 @@ ULONG StepField(const PROPERTYKEY& key) noexcept
     return k >= 1 && k <= kFieldsPerSample ? k : 0;
 }
 
-void SetUInt32(SENSOR_VALUE_PAIR& entry, ULONG value) noexcept
-{
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = VT_UI4;
-    entry.Value.ulVal = value;
-}
-
-void SetInt64(SENSOR_VALUE_PAIR& entry, LONGLONG value) noexcept
-{
-    entry.Value = PROPVARIANT{};
-    entry.Value.vt = VT_I8;
-    entry.Value.hVal = value;
-}
-
 // Walking plus running steps; false when the 32-bit sum overflows.
 bool StepTotal(const PedometerRecord& record, ULONG* total) noexcept
 {
@@ -137,7 +123,7 @@ NTSTATUS PedometerSensor::CreateLists()
         return STATUS_INSUFFICIENT_RESOURCES;
     record.Data = data;
     SetTimestampEntry(data);
-    SetEntryBool(data, kResetEntry, kFirstAfterResetKey, false);
+    SetEntryBool(data, kResetEntry, kFirstAfterResetKey, VARIANT_FALSE);
     const ULONG types[] = {kStepTypeUnknown, kStepTypeWalking, kStepTypeRunning};
     for (ULONG i = 0; i < 3; ++i) {
         const ULONG entry = kUnknownTypeEntry + 3 * i;
@@ -237,7 +223,9 @@ NTSTATUS PedometerSensor::GetDataThresholds(SENSOROBJECT sensor, PSENSOR_COLLECT
     const ULONG threshold = history_->stepThreshold.load(std::memory_order_relaxed);
     const NTSTATUS status =
         AnswerGuardedList(sensor, Record()->Thresholds, thresholds, size,
-                          [threshold](PSENSOR_COLLECTION_LIST own) { SetUInt32(own->List[0], threshold); });
+                          [threshold](PSENSOR_COLLECTION_LIST own) {
+                              TypedValue(own->List[0].Value, VT_UI4).ulVal = threshold;
+                          });
     if (!NT_SUCCESS(status))
         TRACE_ERROR(status, GetFriendlyName());
     TRACE_EXIT(status);
@@ -323,25 +311,23 @@ NTSTATUS PedometerSensor::UpdateDataField(const PROPERTYKEY* key, const PROPVARI
     SENSOR_VALUE_PAIR* entries = data->List;
     switch (k) {
     case 1:
-        entries[kResetEntry].Value = PROPVARIANT{};
-        entries[kResetEntry].Value.vt = VT_BOOL;
-        entries[kResetEntry].Value.boolVal = v != 0 ? VARIANT_TRUE : VARIANT_FALSE;
+        TypedValue(entries[kResetEntry].Value, VT_BOOL).boolVal = v != 0 ? VARIANT_TRUE : VARIANT_FALSE;
         break;
     case 2:
-        SetUInt32(entries[kWalkingTypeEntry], kStepTypeWalking);
-        SetUInt32(entries[kWalkingTypeEntry + 1], v);
+        TypedValue(entries[kWalkingTypeEntry].Value, VT_UI4).ulVal = kStepTypeWalking;
+        TypedValue(entries[kWalkingTypeEntry + 1].Value, VT_UI4).ulVal = v;
         break;
     case 3:
-        SetUInt32(entries[kWalkingTypeEntry], kStepTypeWalking);
-        SetInt64(entries[kWalkingTypeEntry + 2], duration);
+        TypedValue(entries[kWalkingTypeEntry].Value, VT_UI4).ulVal = kStepTypeWalking;
+        TypedValue(entries[kWalkingTypeEntry + 2].Value, VT_I8).hVal = duration;
         break;
     case 4:
-        SetUInt32(entries[kRunningTypeEntry], kStepTypeRunning);
-        SetUInt32(entries[kRunningTypeEntry + 1], v);
+        TypedValue(entries[kRunningTypeEntry].Value, VT_UI4).ulVal = kStepTypeRunning;
+        TypedValue(entries[kRunningTypeEntry + 1].Value, VT_UI4).ulVal = v;
         break;
     default:
-        SetUInt32(entries[kRunningTypeEntry], kStepTypeRunning);
-        SetInt64(entries[kRunningTypeEntry + 2], duration);
+        TypedValue(entries[kRunningTypeEntry].Value, VT_UI4).ulVal = kStepTypeRunning;
+        TypedValue(entries[kRunningTypeEntry + 2].Value, VT_I8).hVal = duration;
         break;
     }
     ULONG& pending = PropertyCache()->PendingFieldCount;
@@ -357,9 +343,9 @@ void PedometerSensor::CompleteSample()
     SENSOR_VALUE_PAIR* entries = data->List;
     PropertyCache()->PendingFieldCount = 0;
     // The device has no unknown-type steps.
-    SetUInt32(entries[kUnknownTypeEntry], kStepTypeUnknown);
-    SetUInt32(entries[kUnknownTypeEntry + 1], 0);
-    SetInt64(entries[kUnknownTypeEntry + 2], 0);
+    TypedValue(entries[kUnknownTypeEntry].Value, VT_UI4).ulVal = kStepTypeUnknown;
+    TypedValue(entries[kUnknownTypeEntry + 1].Value, VT_UI4).ulVal = 0;
+    TypedValue(entries[kUnknownTypeEntry + 2].Value, VT_I8).hVal = 0;
 
     HistoryRecord sample{};
     PedometerRecord& steps = sample.Pedometer;

@@ -77,38 +77,11 @@ void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key,
     TraceValueFailure(InitPropVariantFromCLSID(clsid, &entry.Value), key);
 }
 
-void SetEntryUInt32(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, ULONG value) noexcept
-{
-    SENSOR_VALUE_PAIR& entry = list->List[index];
-    entry.Key = key;
-    PropVariantInit(&entry.Value);
-    entry.Value.vt = VT_UI4;
-    entry.Value.ulVal = value;
-}
-
 void SetEntryFloat(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, float value) noexcept
 {
     SENSOR_VALUE_PAIR& entry = list->List[index];
     entry.Key = key;
     InitPropVariantFromFloat(value, &entry.Value);
-}
-
-void SetEntryInt64(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, LONGLONG value) noexcept
-{
-    SENSOR_VALUE_PAIR& entry = list->List[index];
-    entry.Key = key;
-    PropVariantInit(&entry.Value);
-    entry.Value.vt = VT_I8;
-    entry.Value.hVal = value;
-}
-
-void SetEntryBool(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, bool value) noexcept
-{
-    SENSOR_VALUE_PAIR& entry = list->List[index];
-    entry.Key = key;
-    PropVariantInit(&entry.Value);
-    entry.Value.vt = VT_BOOL;
-    entry.Value.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
 }
 
 void ReleaseListValues(PSENSOR_COLLECTION_LIST list) noexcept

@@ -19,11 +19,41 @@ NTSTATUS CreatePropertyList(SENSOROBJECT sensor, ULONG count, PSENSOR_PROPERTY_L
 // under its key: the list keeps its shape and the failure is traced.
 void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, PCWSTR text) noexcept;
 void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, const GUID& clsid) noexcept;
-void SetEntryUInt32(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, ULONG value) noexcept;
 void SetEntryFloat(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, float value) noexcept;
-void SetEntryInt64(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, LONGLONG value) noexcept;
-// VT_BOOL: VARIANT_TRUE or VARIANT_FALSE.
-void SetEntryBool(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, bool value) noexcept;
+
+// `value` cleared and typed `vt`, to be filled in; `entry` keyed `key` with
+// such a value. Inline, as the scalar setters below: samples and history
+// records are built with them.
+inline PROPVARIANT& TypedValue(PROPVARIANT& value, VARTYPE vt) noexcept
+{
+    value = PROPVARIANT{};
+    value.vt = vt;
+    return value;
+}
+inline PROPVARIANT& TypedEntry(SENSOR_VALUE_PAIR& entry, const PROPERTYKEY& key, VARTYPE vt) noexcept
+{
+    entry.Key = key;
+    return TypedValue(entry.Value, vt);
+}
+inline void SetEntryUInt16(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, USHORT value) noexcept
+{
+    TypedEntry(list->List[index], key, VT_UI2).uiVal = value;
+}
+inline void SetEntryUInt32(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, ULONG value) noexcept
+{
+    TypedEntry(list->List[index], key, VT_UI4).ulVal = value;
+}
+inline void SetEntryInt64(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key,
+                          LONGLONG value) noexcept
+{
+    TypedEntry(list->List[index], key, VT_I8).hVal = value;
+}
+// VT_BOOL holding `value` as it is (VARIANT_TRUE is 0xFFFF).
+inline void SetEntryBool(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key,
+                         VARIANT_BOOL value) noexcept
+{
+    TypedEntry(list->List[index], key, VT_BOOL).boolVal = value;
+}
 
 // Frees what the values of the first Count entries own (strings, CLSIDs).
 void ReleaseListValues(PSENSOR_COLLECTION_LIST list) noexcept;
