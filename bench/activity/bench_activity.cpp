@@ -9,37 +9,19 @@
 //                      non-zero count fails the run.
 #include <benchmark/benchmark.h>
 
-#include <memory>
 #include <vector>
 
 #include "activity/activity_sensor.h"
+#include "bench/driver/bench_support.h"
 #include "hid/hid_device.h"
-#include "host/common/fault_injection.h"
-#include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
-#include "host/hidsim/simulated_hid_device.h"
-#include "tests/driver/test_driver_module.h"
 
 namespace {
 
 namespace hs = host::hid::sensor;
-using host::FaultInjector;
-using host::FaultPoint;
 
 constexpr ULONG kSampleIntervalMs = 1000;
 constexpr ULONG kRingRecords = 1000;
-
-std::vector<std::uint8_t> FeatureReport()
-{
-    std::vector<std::uint8_t> report = {1, 1, 1, 100, 0, 0, 0};
-    const char16_t description[] = u"0x232";
-    for (int i = 0; i < 16; ++i) {
-        const char16_t c = i < 5 ? description[i] : u'\0';
-        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
-        report.push_back(static_cast<std::uint8_t>(c >> 8));
-    }
-    return report;
-}
 
 // ID 1, state and event selectors, then two activities (code, confidence field) and five empty words.
 std::vector<BYTE> Report(ULONG length, std::uint32_t code, std::uint32_t confidence)
@@ -56,56 +38,36 @@ std::vector<BYTE> Report(ULONG length, std::uint32_t code, std::uint32_t confide
     return report;
 }
 
-struct LoadedActivity {
-    std::unique_ptr<host::hidsim::SimulatedHidDevice> sim;
-    std::unique_ptr<host::framework::DriverHost> host;
-    HidDevice* hid = nullptr;
+hs::SensorShape ActivityShape()
+{
+    std::vector<hs::ValueField> values;
+    for (int k = 1; k <= 7; ++k)
+        values.push_back(hs::CustomValue(k, 32, 0, 0x7FFFFFFF, 0));
+    return hs::CustomSensor(16, values);
+}
+
+// An activity sensor with a 1000-record history, started and recording.
+struct LoadedActivity : LoadedDriver {
     ActivitySensor* sensor = nullptr;
 
     LoadedActivity()
+        : LoadedDriver(host::hidsim::HidDeviceConfig{}
+                           .WithDescriptor(hs::BuildSensorContainer({ActivityShape()}))
+                           .WithFeature(1, DescriptionFeatureReport(1, u"0x232")),
+                       [](host::framework::DriverHost& driverHost) {
+                           driverHost.Registry().Preload("KPX_ActivitySensor", "HistorySampleReportInterval",
+                                                         kSampleIntervalMs);
+                           driverHost.Registry().Preload("KPX_ActivitySensor", "HistoryMaxEntries", kRingRecords);
+                       }),
+          sensor(Registered<ActivitySensor>(0))
     {
-        std::vector<hs::ValueField> values;
-        for (int k = 1; k <= 7; ++k)
-            values.push_back(hs::CustomValue(k, 32, 0, 0x7FFFFFFF, 0));
-        host::hidsim::DeviceError error;
-        sim = host::hidsim::SimulatedHidDevice::Create(
-            host::hidsim::HidDeviceConfig{}
-                .WithDescriptor(hs::BuildSensorContainer({hs::CustomSensor(16, values)}))
-                .WithFeature(1, FeatureReport()),
-            error);
-        if (sim == nullptr)
+        if (sensor == nullptr)
             return;
-        host = std::make_unique<host::framework::DriverHost>(host::framework::ClockMode::Deterministic,
-                                                             FILETIME{0, 0x01DA0000});
-        host->Registry().Preload("KPX_ActivitySensor", "HistorySampleReportInterval", kSampleIntervalMs);
-        host->Registry().Preload("KPX_ActivitySensor", "HistoryMaxEntries", kRingRecords);
-        if (!NT_SUCCESS(host->LoadDriver(FxDriverEntryUm)) || !NT_SUCCESS(host->AddDevice(sim->DriverEndpoint())) ||
-            !NT_SUCCESS(host->PrepareHardware()))
-            return;
-        hid = testdriver::HidDeviceOf(host->Device());
-        sensor = hid != nullptr ? dynamic_cast<ActivitySensor*>(hid->Sensor(0)) : nullptr;
-        if (sensor == nullptr || sensor->Record()->IsRegistered.load() == 0) {
-            sensor = nullptr;
-            return;
-        }
         const SENSOROBJECT handle = sensor->Record()->SensorObject;
         if (!NT_SUCCESS(sensor->Start(handle)) || !NT_SUCCESS(sensor->StartHistory(handle)))
             sensor = nullptr;
     }
-    ~LoadedActivity()
-    {
-        if (host != nullptr)
-            host->Unload();
-    }
 };
-
-std::uint64_t DriverAllocations()
-{
-    std::uint64_t calls = 0;
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        calls += FaultInjector::Instance().Calls(point);
-    return calls;
-}
 
 void BM_ActivityRecordingPath(benchmark::State& state)
 {
@@ -119,8 +81,7 @@ void BM_ActivityRecordingPath(benchmark::State& state)
     std::vector<BYTE> running = Report(length, 2, 640);
     const HidCollectionRecord& record = *device.sensor->Record();
 
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        FaultInjector::Instance().FailNth(point, 0, 0);  // restarts the call count
+    StartCountingDriverAllocations();
     std::uint64_t samples = 0;
     for (auto _ : state) {
         std::vector<BYTE>& report = (samples++ % 2 == 0) ? walking : running;

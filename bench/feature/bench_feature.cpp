@@ -14,6 +14,7 @@
 #include <memory>
 #include <vector>
 
+#include "bench/driver/bench_support.h"
 #include "feature/value_scaling.h"
 #include "hid/hid_device.h"
 #include "hid/hid_io_target.h"
@@ -22,23 +23,15 @@
 #include "host/hidsim/simulated_hid_device.h"
 #include "platform/hidclass.h"
 #include "sensors/custom_sensor.h"
-#include "tests/driver/test_driver_module.h"
 
 namespace {
 
 namespace hs = host::hid::sensor;
 constexpr int kCustomValues = 28;
 
-struct Fixture {
-    std::unique_ptr<host::hidsim::SimulatedHidDevice> device;
-    std::unique_ptr<host::framework::DriverHost> host;
-    CustomSensor* sensor = nullptr;
-    HidDevice* hid = nullptr;
-};
-
 // Reporting and power selectors, interval, an 8-character description, batch
 // interval, and a 16-bit sensitivity per custom value; inputs for all 28.
-bool Load(Fixture& fixture, std::string& error)
+hs::SensorShape Shape()
 {
     std::vector<hs::ValueField> inputs;
     for (int k = 1; k <= kCustomValues; ++k)
@@ -49,58 +42,55 @@ bool Load(Fixture& fixture, std::string& error)
     for (int k = 1; k <= kCustomValues; ++k)
         shape.features.push_back(hs::Property(hs::Modified(hs::CustomValueUsage(k), hs::kModChangeSensitivityAbsolute),
                                              16, 0, 0xFFFF, -2));
+    return shape;
+}
+
+std::vector<std::uint8_t> FeatureBytes()
+{
     std::vector<std::uint8_t> report = {1, 1, 1, 100, 0, 0, 0};
     for (char16_t c : std::u16string(u"0x10\0\0\0\0", 8)) {
         report.push_back(static_cast<std::uint8_t>(c));
         report.push_back(0);
     }
     report.insert(report.end(), 4 + 2 * kCustomValues, 0);
-
-    host::hidsim::DeviceError deviceError;
-    fixture.device = host::hidsim::SimulatedHidDevice::Create(
-        host::hidsim::HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(shape)).WithFeature(1, report),
-        deviceError);
-    if (fixture.device == nullptr) {
-        error = deviceError.message;
-        return false;
-    }
-    fixture.host = std::make_unique<host::framework::DriverHost>(host::framework::ClockMode::Deterministic,
-                                                                 FILETIME{0, 0x01DA0000});
-    if (!NT_SUCCESS(fixture.host->LoadDriver(FxDriverEntryUm)) ||
-        !NT_SUCCESS(fixture.host->AddDevice(fixture.device->DriverEndpoint())) ||
-        !NT_SUCCESS(fixture.host->PrepareHardware())) {
-        error = "the device did not load";
-        return false;
-    }
-    fixture.hid = testdriver::HidDeviceOf(fixture.host->Device());
-    fixture.sensor = fixture.hid != nullptr ? dynamic_cast<CustomSensor*>(fixture.hid->Sensor(0)) : nullptr;
-    if (fixture.sensor == nullptr || fixture.hid->Caps().FeatureReportByteLength != report.size()) {
-        error = "unexpected collection";
-        return false;
-    }
-    for (int k = 1; k <= kCustomValues; ++k) {
-        fixture.sensor->PropertyCache()->dataFieldSeen[k].store(1);
-        fixture.sensor->Record()->DataThresholds[k + 2].store(0.25f * static_cast<float>(k));
-    }
-    fixture.sensor->Record()->RequestedReportingState = 1;
-    fixture.sensor->Record()->RequestedPowerState = 2;
-    return true;
+    return report;
 }
+
+// The sensor with all 28 sensitivities seen and requested, reporting on at
+// full power; `sensor` stays null when anything is not as expected.
+struct Fixture : LoadedDriver {
+    CustomSensor* sensor = nullptr;
+
+    Fixture()
+        : LoadedDriver(
+              host::hidsim::HidDeviceConfig{}.WithDescriptor(hs::BuildSingleSensor(Shape())).WithFeature(1, FeatureBytes())),
+          sensor(Registered<CustomSensor>(0))
+    {
+        if (sensor == nullptr || hid->Caps().FeatureReportByteLength != FeatureBytes().size()) {
+            sensor = nullptr;
+            return;
+        }
+        for (int k = 1; k <= kCustomValues; ++k) {
+            sensor->PropertyCache()->dataFieldSeen[k].store(1);
+            sensor->Record()->DataThresholds[k + 2].store(0.25f * static_cast<float>(k));
+        }
+        RequestReporting(*sensor->Record(), true);
+    }
+};
 
 void ReadFeatureReport(benchmark::State& state)
 {
     const auto writeSettings = static_cast<ULONG>(state.range(0));
     Fixture fixture;
-    std::string error;
-    if (!Load(fixture, error)) {
-        state.SkipWithError(error.c_str());
+    if (fixture.sensor == nullptr) {
+        state.SkipWithError("the device did not load as expected");
         return;
     }
-    fixture.device->ClearTraffic();
+    fixture.sim->ClearTraffic();
     fixture.sensor->ReadFeatureReport(writeSettings);
     std::size_t gets = 0;
     std::size_t sets = 0;
-    for (const auto& event : fixture.device->Traffic()) {
+    for (const auto& event : fixture.sim->Traffic()) {
         gets += event.kind == host::hidsim::TrafficKind::GetFeature ? 1 : 0;
         sets += event.kind == host::hidsim::TrafficKind::SetFeature ? 1 : 0;
     }
@@ -134,7 +124,6 @@ void ReadFeatureReport(benchmark::State& state)
     state.counters["call_ns"] = benchmark::Counter(static_cast<double>(state.iterations()),
                                                    benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
-    fixture.host.reset();
 }
 BENCHMARK(ReadFeatureReport)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 

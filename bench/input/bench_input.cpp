@@ -18,26 +18,20 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <vector>
 
 #include "bench/driver/allocation_counter.h"
+#include "bench/driver/bench_support.h"
 #include "hid/hid_device.h"
-#include "host/common/fault_injection.h"
-#include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
-#include "host/hidsim/simulated_hid_device.h"
 #include "platform/sensorsutils.h"
 #include "platform/system.h"
 #include "sensors/custom_sensor.h"
 #include "sensors/sensor_keys.h"
-#include "tests/driver/test_driver_module.h"
 
 namespace {
 
 namespace hs = host::hid::sensor;
-using host::FaultInjector;
-using host::FaultPoint;
 
 constexpr int kExponent = -2;
 constexpr std::size_t kValueOffset = 3;  // after the report ID and the two selectors
@@ -48,18 +42,6 @@ std::vector<std::uint8_t> Descriptor(int values)
     for (int k = 1; k <= values; ++k)
         fields.push_back(hs::CustomValue(k, 16, -32767, 32767, kExponent));
     return hs::BuildSensorContainer({hs::CustomSensor(16, fields)});
-}
-
-std::vector<std::uint8_t> FeatureReport()
-{
-    std::vector<std::uint8_t> report = {1, 1, 1, 100, 0, 0, 0};
-    const char16_t description[] = u"0x210";
-    for (int i = 0; i < 16; ++i) {
-        const char16_t c = i < 5 ? description[i] : u'\0';
-        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
-        report.push_back(static_cast<std::uint8_t>(c >> 8));
-    }
-    return report;
 }
 
 // One report: ID 1, sensor state ready, event data updated, value k = 37 k - 500.
@@ -78,49 +60,17 @@ std::vector<BYTE> Report(ULONG length, int values)
 }
 
 // A loaded device with one custom sensor of `values` custom values.
-struct LoadedDevice {
-    std::unique_ptr<host::hidsim::SimulatedHidDevice> sim;
-    std::unique_ptr<host::framework::DriverHost> host;
-    HidDevice* hid = nullptr;
+struct LoadedDevice : LoadedDriver {
     CustomSensor* sensor = nullptr;
 
     explicit LoadedDevice(int values)
+        : LoadedDriver(host::hidsim::HidDeviceConfig{}
+                           .WithDescriptor(Descriptor(values))
+                           .WithFeature(1, DescriptionFeatureReport(1, u"0x210"))),
+          sensor(Registered<CustomSensor>(0))
     {
-        host::hidsim::DeviceError error;
-        sim = host::hidsim::SimulatedHidDevice::Create(
-            host::hidsim::HidDeviceConfig{}.WithDescriptor(Descriptor(values)).WithFeature(1, FeatureReport()), error);
-        if (sim == nullptr)
-            return;
-        host = std::make_unique<host::framework::DriverHost>(host::framework::ClockMode::Deterministic,
-                                                             FILETIME{0, 0x01DA0000});
-        if (!NT_SUCCESS(host->LoadDriver(FxDriverEntryUm)) || !NT_SUCCESS(host->AddDevice(sim->DriverEndpoint())) ||
-            !NT_SUCCESS(host->PrepareHardware()))
-            return;
-        hid = testdriver::HidDeviceOf(host->Device());
-        sensor = hid != nullptr ? dynamic_cast<CustomSensor*>(hid->Sensor(0)) : nullptr;
-        if (sensor != nullptr && sensor->Record()->IsRegistered.load() == 0)
-            sensor = nullptr;
-    }
-    ~LoadedDevice()
-    {
-        if (host != nullptr)
-            host->Unload();
     }
 };
-
-void StartCountingDriverAllocations()
-{
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        FaultInjector::Instance().FailNth(point, 0, 0);  // restarts the call count
-}
-
-std::uint64_t DriverAllocations()
-{
-    std::uint64_t calls = 0;
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        calls += FaultInjector::Instance().Calls(point);
-    return calls;
-}
 
 // CPU time of this thread in nanoseconds: the machine is shared, so wall time
 // would charge other processes to whichever loop ran beside them.

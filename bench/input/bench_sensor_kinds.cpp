@@ -12,23 +12,17 @@
 //                        extension's own copy of each delivered sample.
 #include <benchmark/benchmark.h>
 
-#include <memory>
 #include <vector>
 
 #include "bench/driver/allocation_counter.h"
+#include "bench/driver/bench_support.h"
 #include "hid/hid_device.h"
-#include "host/common/fault_injection.h"
-#include "host/framework/driver_host.h"
 #include "host/hidparser/sensor_descriptor.h"
-#include "host/hidsim/simulated_hid_device.h"
 #include "sensors/custom_sensor.h"
-#include "tests/driver/test_driver_module.h"
 
 namespace {
 
 namespace hs = host::hid::sensor;
-using host::FaultInjector;
-using host::FaultPoint;
 
 enum Kind : std::uint8_t { kPedometer = 1, kRelativeOrientation, kSimpleOrientation };
 
@@ -38,17 +32,6 @@ std::vector<hs::ValueField> Values(int count, std::uint8_t bits, std::int64_t mi
     for (int k = 1; k <= count; ++k)
         values.push_back(hs::CustomValue(k, bits, min, max, exponent));
     return values;
-}
-
-std::vector<std::uint8_t> FeatureReport(std::uint8_t id, const std::u16string& description)
-{
-    std::vector<std::uint8_t> report = {id, 1, 1, 100, 0, 0, 0};
-    for (std::size_t i = 0; i < 16; ++i) {
-        const char16_t c = i < description.size() ? description[i] : u'\0';
-        report.push_back(static_cast<std::uint8_t>(c & 0xFF));
-        report.push_back(static_cast<std::uint8_t>(c >> 8));
-    }
-    return report;
 }
 
 // A report of sensor `id`: state ready, event data updated, then `values`.
@@ -62,51 +45,20 @@ std::vector<BYTE> Report(ULONG length, std::uint8_t id, const std::vector<std::u
     return report;
 }
 
-struct LoadedDevice {
-    std::unique_ptr<host::hidsim::SimulatedHidDevice> sim;
-    std::unique_ptr<host::framework::DriverHost> host;
-    HidDevice* hid = nullptr;
-
+struct LoadedDevice : LoadedDriver {
     LoadedDevice()
+        : LoadedDriver(
+              host::hidsim::HidDeviceConfig{}
+                  .WithDescriptor(hs::BuildSensorContainer({hs::CustomSensor(16, Values(5, 32, 0, 0x7FFFFFFF, 0)),
+                                                            hs::CustomSensor(16, Values(4, 16, -1000, 1000, -3)),
+                                                            hs::CustomSensor(16, Values(1, 32, 0, 5, 0))}))
+                  .WithFeature(kPedometer, DescriptionFeatureReport(kPedometer, u"0x230"))
+                  .WithFeature(kRelativeOrientation, DescriptionFeatureReport(kRelativeOrientation, u"0x200"))
+                  .WithFeature(kSimpleOrientation, DescriptionFeatureReport(kSimpleOrientation, u"0x205")))
     {
-        host::hidsim::DeviceError error;
-        sim = host::hidsim::SimulatedHidDevice::Create(
-            host::hidsim::HidDeviceConfig{}
-                .WithDescriptor(hs::BuildSensorContainer({hs::CustomSensor(16, Values(5, 32, 0, 0x7FFFFFFF, 0)),
-                                                          hs::CustomSensor(16, Values(4, 16, -1000, 1000, -3)),
-                                                          hs::CustomSensor(16, Values(1, 32, 0, 5, 0))}))
-                .WithFeature(kPedometer, FeatureReport(kPedometer, u"0x230"))
-                .WithFeature(kRelativeOrientation, FeatureReport(kRelativeOrientation, u"0x200"))
-                .WithFeature(kSimpleOrientation, FeatureReport(kSimpleOrientation, u"0x205")),
-            error);
-        if (sim == nullptr)
-            return;
-        host = std::make_unique<host::framework::DriverHost>(host::framework::ClockMode::Deterministic,
-                                                             FILETIME{0, 0x01DA0000});
-        if (!NT_SUCCESS(host->LoadDriver(FxDriverEntryUm)) || !NT_SUCCESS(host->AddDevice(sim->DriverEndpoint())) ||
-            !NT_SUCCESS(host->PrepareHardware()))
-            return;
-        hid = testdriver::HidDeviceOf(host->Device());
     }
-    ~LoadedDevice()
-    {
-        if (host != nullptr)
-            host->Unload();
-    }
-    CustomSensor* Sensor(Kind kind) const
-    {
-        auto* sensor = hid != nullptr ? dynamic_cast<CustomSensor*>(hid->Sensor(kind - 1u)) : nullptr;
-        return sensor != nullptr && sensor->Record()->IsRegistered.load() != 0 ? sensor : nullptr;
-    }
+    CustomSensor* Sensor(Kind kind) const { return Registered<CustomSensor>(kind - 1u); }
 };
-
-std::uint64_t DriverAllocations()
-{
-    std::uint64_t calls = 0;
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        calls += FaultInjector::Instance().Calls(point);
-    return calls;
-}
 
 void BM_KindInputPath(benchmark::State& state)
 {
@@ -147,8 +99,7 @@ void BM_KindInputPath(benchmark::State& state)
         return;
     }
 
-    for (FaultPoint point : {FaultPoint::DriverHeap, FaultPoint::CoTaskMem, FaultPoint::FrameworkMemory})
-        FaultInjector::Instance().FailNth(point, 0, 0);  // restarts the call count
+    StartCountingDriverAllocations();
     StartCountingNew();
     for (auto _ : state) {
         NTSTATUS status = HidDevice::DispatchInputReports(report.data(), static_cast<ULONG>(report.size()), device.hid);
