@@ -34,6 +34,19 @@ struct FeatureReportContext {
     {
         return Record.HasFeatureReport == 1 && ReportLength == Device.Caps().FeatureReportByteLength;
     }
+    // The sensor's named arrays are the children of its link-collection node,
+    // numbered LinkCollection + 1 on. STATUS_UNSUCCESSFUL for a report too
+    // long to read them in; no children without a node.
+    NTSTATUS SelectorChildren(ULONG* children) const noexcept
+    {
+        *children = 0;
+        if (ReportLength >= kMaxFeatureReportBytes)
+            return STATUS_UNSUCCESSFUL;
+        const HIDP_LINK_COLLECTION_NODE* nodes = Device.LinkCollectionNodes();
+        if (nodes != nullptr && LinkCollection < Device.Caps().NumberLinkCollectionNodes)
+            *children = nodes[LinkCollection].NumberOfChildren;
+        return STATUS_SUCCESS;
+    }
 };
 
 inline USAGE CapsUsage(const HIDP_VALUE_CAPS& caps) noexcept

@@ -65,15 +65,8 @@ void StoreSelector(SensorPropertyCache& cache, USAGE usage) noexcept
 
 NTSTATUS ReadSelectors(const FeatureReportContext& context)
 {
-    if (context.ReportLength >= kMaxFeatureReportBytes)
-        return STATUS_UNSUCCESSFUL;
-    const HIDP_CAPS& caps = context.Device.Caps();
-    const HIDP_LINK_COLLECTION_NODE* nodes = context.Device.LinkCollectionNodes();
-    if (nodes == nullptr || context.LinkCollection >= caps.NumberLinkCollectionNodes)
-        return STATUS_SUCCESS;
-
-    NTSTATUS status = STATUS_SUCCESS;
-    const ULONG children = nodes[context.LinkCollection].NumberOfChildren;
+    ULONG children = 0;
+    NTSTATUS status = context.SelectorChildren(&children);
     for (ULONG j = 1; j <= children; ++j) {
         USAGE usages[kSelectorListCapacity] = {};
         ULONG count = kSelectorListCapacity;

@@ -167,13 +167,10 @@ NTSTATUS WriteInterval(FeatureReportContext& context, const IntervalWrite& write
 template <class IsOurs>
 NTSTATUS RewriteSelectors(const FeatureReportContext& context, IsOurs isOurs, USAGE replacement)
 {
-    if (context.ReportLength >= kMaxFeatureReportBytes)
-        return STATUS_UNSUCCESSFUL;
-    const HIDP_CAPS& caps = context.Device.Caps();
-    const HIDP_LINK_COLLECTION_NODE* nodes = context.Device.LinkCollectionNodes();
-    if (nodes == nullptr || context.LinkCollection >= caps.NumberLinkCollectionNodes)
-        return STATUS_SUCCESS;
-    const ULONG children = nodes[context.LinkCollection].NumberOfChildren;
+    ULONG children = 0;
+    const NTSTATUS childrenStatus = context.SelectorChildren(&children);
+    if (!NT_SUCCESS(childrenStatus))
+        return childrenStatus;
     for (ULONG j = 1; j <= children; ++j) {
         const auto link = static_cast<USHORT>(context.LinkCollection + j);
         USAGE usages[kSelectorListCapacity] = {};

@@ -30,6 +30,20 @@ NTSTATUS CreateListMemory(SENSOROBJECT sensor, ULONG bytes, void** buffer) noexc
     return STATUS_SUCCESS;
 }
 
+// Either list format: zeroed framework memory with its header filled in.
+template <class List>
+NTSTATUS CreateList(SENSOROBJECT sensor, ULONG count, ULONG bytes, List** list) noexcept
+{
+    void* buffer = nullptr;
+    const NTSTATUS status = CreateListMemory(sensor, bytes, &buffer);
+    *list = static_cast<List*>(buffer);
+    if (NT_SUCCESS(status)) {
+        (*list)->AllocatedSizeInBytes = bytes;
+        (*list)->Count = count;
+    }
+    return status;
+}
+
 void TraceValueFailure(HRESULT result, const PROPERTYKEY& key) noexcept
 {
     if (FAILED(result))
@@ -39,28 +53,12 @@ void TraceValueFailure(HRESULT result, const PROPERTYKEY& key) noexcept
 
 NTSTATUS CreateCollectionList(SENSOROBJECT sensor, ULONG count, PSENSOR_COLLECTION_LIST* list) noexcept
 {
-    const ULONG bytes = SENSOR_COLLECTION_LIST_SIZE(count);
-    void* buffer = nullptr;
-    const NTSTATUS status = CreateListMemory(sensor, bytes, &buffer);
-    *list = static_cast<PSENSOR_COLLECTION_LIST>(buffer);
-    if (NT_SUCCESS(status)) {
-        (*list)->AllocatedSizeInBytes = bytes;
-        (*list)->Count = count;
-    }
-    return status;
+    return CreateList(sensor, count, SENSOR_COLLECTION_LIST_SIZE(count), list);
 }
 
 NTSTATUS CreatePropertyList(SENSOROBJECT sensor, ULONG count, PSENSOR_PROPERTY_LIST* list) noexcept
 {
-    const ULONG bytes = SENSOR_PROPERTY_LIST_SIZE(count);
-    void* buffer = nullptr;
-    const NTSTATUS status = CreateListMemory(sensor, bytes, &buffer);
-    *list = static_cast<PSENSOR_PROPERTY_LIST>(buffer);
-    if (NT_SUCCESS(status)) {
-        (*list)->AllocatedSizeInBytes = bytes;
-        (*list)->Count = count;
-    }
-    return status;
+    return CreateList(sensor, count, SENSOR_PROPERTY_LIST_SIZE(count), list);
 }
 
 void SetEntry(PSENSOR_COLLECTION_LIST list, ULONG index, const PROPERTYKEY& key, PCWSTR text) noexcept
