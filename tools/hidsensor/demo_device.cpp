@@ -92,29 +92,18 @@ class Script {
 public:
     explicit Script(std::vector<ScenarioStep>& steps) : steps_(steps) {}
 
-    void Call(const std::string& name, int sensor)
+    CallStep& Call(const std::string& name, int sensor)
     {
         CallStep call;
         call.name = name;
         call.sensor = static_cast<std::size_t>(sensor);
-        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
+        return std::get<CallStep>(steps_.emplace_back(std::in_place_type<CallStep>, std::move(call)));
     }
-    void SetInterval(int sensor, std::uint32_t ms)
-    {
-        CallStep call;
-        call.name = "SetDataInterval";
-        call.sensor = static_cast<std::size_t>(sensor);
-        call.ms = ms;
-        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
-    }
+    void SetInterval(int sensor, std::uint32_t ms) { Call("SetDataInterval", sensor).ms = ms; }
     void Advance(std::uint64_t ms) { steps_.emplace_back(std::in_place_type<AdvanceStep>, AdvanceStep{ms}); }
     void RetrieveHistory(int sensor, std::uint32_t bytes)
     {
-        CallStep call;
-        call.name = "StartHistoryRetrieval";
-        call.sensor = static_cast<std::size_t>(sensor);
-        call.bytes = bytes;
-        steps_.emplace_back(std::in_place_type<CallStep>, std::move(call));
+        Call("StartHistoryRetrieval", sensor).bytes = bytes;
         WaitStep wait;
         wait.sensor = static_cast<std::size_t>(sensor);
         steps_.emplace_back(std::in_place_type<WaitStep>, wait);
