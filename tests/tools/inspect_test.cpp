@@ -197,31 +197,10 @@ TEST(ReportLayout, PaddingAndSharedReportIdsArePlaced)
     EXPECT_EQ(layout.collections[1][0].fields[0].bitOffset, 32u);
 }
 
-
-
-
-TEST(Inspect, ItemsListEveryItemWithItsOffset)
+// Whole listings are pinned by the goldens of the real descriptors.
+TEST(Inspect, ItemsOfABrokenDescriptorStopAtTheBreakAndNameItsOffset)
 {
     std::string out, err;
-    const std::string path = WriteTemp("items.hex", "05 20 09 73 A1 00 0A 53 04 16 01 80 26 FF 7F 75 10 95 01 55 0E "
-                                                    "65 00 81 02 C0");
-    ASSERT_EQ(Inspect({"--items", path}, out, err), 0) << err;
-    const char* lines[] = {
-        "     0  05 20             Usage Page (Sensors)\n",
-        "     2  09 73             Usage (Motion: Accelerometer 3D)\n",
-        "     4  a1 00             Collection (Physical)\n",
-        "     6  0a 53 04            Usage (Acceleration Axis X)\n",
-        "     9  16 01 80            Logical Minimum (-32767)\n",
-        "    15  75 10               Report Size (16)\n",
-        "    19  55 0e               Unit Exponent (-2)\n",
-        "    21  65 00               Unit (None)\n",
-        "    23  81 02               Input (Data,Var,Abs)\n",
-        "    25  c0                End Collection\n",
-    };
-    for (const char* line : lines) EXPECT_NE(out.find(line), std::string::npos) << line << out;
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 13);  // a heading, 12 items
-
-    // A broken descriptor: the items up to the break, then its offset.
     ASSERT_EQ(Inspect({"--items", WriteTemp("items_cut.hex", "05 20 09 01 A1 01 26 FF")}, out, err), 2);
     EXPECT_NE(out.find("     4  a1 01             Collection (Application)"), std::string::npos) << out;
     EXPECT_NE(err.find("byte offset 6"), std::string::npos) << err;
