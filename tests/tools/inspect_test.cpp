@@ -50,6 +50,7 @@ std::vector<std::uint8_t> ReadDescriptor(const std::string& path)
     return bytes;
 }
 
+// Names the goldens of the real descriptors do not show.
 TEST(UsageNames, NamesComeFromTheTablesAndUnknownOnesAreEmpty)
 {
     const struct {
@@ -57,24 +58,12 @@ TEST(UsageNames, NamesComeFromTheTablesAndUnknownOnesAreEmpty)
         USAGE usage;
         const char* name;
     } cases[] = {
-        {0x20, 0x0073, "Motion: Accelerometer 3D"},
-        {0x20, 0x0032, "Environmental: Humidity"},
-        {0x20, 0x0453, "Acceleration Axis X"},
-        {0x20, 0x04D1, "Illuminance"},
-        {0x20, 0x04B1, "Human Presence"},
-        {0x20, 0x0840, "Reporting State: Report No Events"},
-        {0x20, 0x0851, "Power State: D0 Full Power"},
-        {0x20, 0x0801, "Sensor State: Ready"},
-        {0x20, 0x0813, "Sensor Event: Data Updated"},
-        {0x20, 0x1433, "Relative Humidity [Change Sensitivity Absolute]"},
         {0x20, 0x2544, "Custom Value 1 [Maximum]"},
         {0x20, 0x355F, "Custom Value 28 [Minimum]"},
         {0x20, 0x4452, "Acceleration [Accuracy]"},
         {0x20, 0x5452, "Acceleration [Resolution]"},
         {0x20, 0xE433, "Relative Humidity [Change Sensitivity Relative Percent]"},
-        {0x20, 0xF410, "Vendor-defined 0xF410"},
         {0x20, 0x0FFE, ""},
-        {0x01, 0x0030, "X"},
         {0x07, 0x0004, "Keyboard a"},
         {0x07, 0x0027, "Keyboard 0"},
         {0x07, 0x0045, "Keyboard F12"},
@@ -110,8 +99,6 @@ TEST(ItemValues, UnitsExponentsAndFlagsAreDecoded)
     EXPECT_EQ(UnitExponent(0x07), 7);
     EXPECT_EQ(UnitExponent(0x08), -8);
     EXPECT_EQ(MainItemFlags(0x02, false), "Data,Var,Abs");
-    EXPECT_EQ(MainItemFlags(0x03, false), "Cnst,Var,Abs");
-    EXPECT_EQ(MainItemFlags(0x00, false), "Data,Arr,Abs");
     EXPECT_EQ(MainItemFlags(0x1FE, true), "Data,Var,Rel,Wrap,NLin,NPrf,Null,Vol,Buf");
     EXPECT_EQ(MainItemFlags(0x82, false), "Data,Var,Abs");
 }
