@@ -49,7 +49,6 @@ TEST(SignExtendLogical, EightSixteenAndThirtyTwoBitRules)
 TEST(ScaleToFloat, FactorIsRoundedToSinglePrecision)
 {
     // 10^-2 as a float, widened: 0.009999999776482582.
-    EXPECT_EQ(ScaleToFloat(0, 1234, 1234, -2), 1234 * static_cast<double>(0.01f));
     EXPECT_EQ(ScaleToFloat(0, 1234, 1234, -2), 12.339999724179506);
     EXPECT_EQ(static_cast<float>(ScaleToFloat(0, 1234, 1234, -2)), 12.34f);
     EXPECT_EQ(ScaleToFloat(0, 0xFFFFFFFF, -1, 0), 4294967295.0);
