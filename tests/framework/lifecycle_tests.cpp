@@ -1,5 +1,6 @@
-// The test driver's whole life on the deterministic host, and the same life
-// with each framework failure the driver can meet injected in turn.
+// The test driver's whole life on the deterministic host with each framework
+// failure it can meet injected in turn. (Its ordinary life is the real
+// driver's, tested through the real driver.)
 #include "tests/framework/test_driver.h"
 #include "tests/framework/test_support.h"
 
@@ -25,50 +26,8 @@ struct World {
     DriverHost host{ClockMode::Deterministic, StartTime()};
 };
 
-TEST(LifecycleTest, DriverGoesThroughItsWholeLifeWithoutLeakOrViolation)
-{
-    World world;
-    DriverHost& host = world.host;
-    FakeEndpoint& endpoint = world.endpoint;
-    ASSERT_EQ(host.LoadDriver(FxDriverEntryUm), STATUS_SUCCESS);
-    ASSERT_EQ(host.AddDevice(endpoint), STATUS_SUCCESS);
-    ASSERT_EQ(host.PrepareHardware(), STATUS_SUCCESS);
-    ASSERT_EQ(host.D0Entry(), STATUS_SUCCESS);
-    EXPECT_EQ(Stats().ioctlStatus, STATUS_SUCCESS);
-    EXPECT_EQ(endpoint.Counts().ioctls, 1);
-    EXPECT_EQ(endpoint.Counts().lastReadCapacity, kReadBufferSize);
-    endpoint.Feed({1, 2, 3});
-    endpoint.Feed({4, 5});  // arrives while no read is pending: queued for the re-arm
-    host.RunPending();
-    EXPECT_EQ(Stats().reads, 2);
-    EXPECT_EQ(Stats().bytes, 5u);
-    EXPECT_EQ(endpoint.Counts().pendingReads, 1);
-
-    host.Advance(kTickMs - 1);
-    EXPECT_EQ(Stats().ticks, 0);
-    host.Advance(1 + 3 * kTickMs);
-    EXPECT_EQ(Stats().ticks, 4);
-    ASSERT_EQ(host.D0Exit(), STATUS_SUCCESS);
-    EXPECT_EQ(endpoint.Counts().pendingReads, 0);
-    host.Advance(10 * kTickMs);
-    EXPECT_EQ(Stats().ticks, 4);
-
-    // Another D0 entry submits exactly one new read and restarts the ticks.
-    const int submits = endpoint.Counts().submits;
-    ASSERT_EQ(host.D0Entry(), STATUS_SUCCESS);
-    EXPECT_EQ(endpoint.Counts().submits, submits + 1);
-    host.Advance(kTickMs);
-    EXPECT_EQ(Stats().ticks, 5);
-    ASSERT_EQ(host.D0Exit(), STATUS_SUCCESS);
-    ASSERT_EQ(host.ReleaseHardware(), STATUS_SUCCESS);
-    host.Unload();
-    EXPECT_TRUE(Stats().unloaded);
-    world.ExpectClean();
-}
-
-// One life of the driver that tolerates every failure on the way; `fromD0`
-// unloads straight from D0 instead of stepping down.
-void RunLifecycle(World& world, bool fromD0 = false)
+// One life of the driver that tolerates every failure on the way.
+void RunLifecycle(World& world)
 {
     DriverHost& host = world.host;
     if (!NT_SUCCESS(host.LoadDriver(FxDriverEntryUm)))
@@ -79,23 +38,12 @@ void RunLifecycle(World& world, bool fromD0 = false)
         world.endpoint.Feed({3});
         host.RunPending();
         host.Advance(2 * kTickMs + 1);
-        if (!fromD0) {
-            host.D0Exit();
-            host.D0Entry();
-            host.D0Exit();
-            host.ReleaseHardware();
-        }
+        host.D0Exit();
+        host.D0Entry();
+        host.D0Exit();
+        host.ReleaseHardware();
     }
     host.Unload();
-}
-
-TEST(LifecycleTest, UnloadFromD0TearsEverythingDown)
-{
-    World world;
-    RunLifecycle(world, true);
-    EXPECT_EQ(Stats().reads, 2);
-    EXPECT_TRUE(Stats().unloaded);
-    world.ExpectClean();
 }
 
 class FaultSweepTest : public ::testing::TestWithParam<FaultPoint> {};

@@ -103,82 +103,7 @@ NTSTATUS EvtGetProperties(SENSOROBJECT h, PSENSOR_COLLECTION_LIST out, ULONG* si
     return STATUS_SUCCESS;
 }
 
-// Drains up to the records the client's buffer holds, polling for a cancel
-// before each; completes unless cancelled.
-DWORD HistoryWorker(void* context)
-{
-    auto& s = *static_cast<FakeSensor*>(context);
-    const ULONG capacity = (s.historyBytes - 8) / (kEntriesPerRecord * sizeof(SENSOR_VALUE_PAIR));
-    ULONG taken = 0;
-    NTSTATUS status = STATUS_SUCCESS;
-    bool cancelled = false;
-    while (taken < capacity) {
-        if (WaitForSingleObjectEx(s.cancelEvent, 0, FALSE) == WAIT_OBJECT_0) {
-            cancelled = true;
-            break;
-        }
-        WdfWaitLockAcquire(s.bufferLock, nullptr);
-        if (s.ring.empty()) {
-            WdfWaitLockRelease(s.bufferLock);
-            status = taken > 0 ? STATUS_SUCCESS : STATUS_NO_MORE_ENTRIES;
-            break;
-        }
-        const ULONG value = s.ring.front();
-        s.ring.pop_front();
-        WdfWaitLockRelease(s.bufferLock);
-        SENSOR_VALUE_PAIR* e = &s.historyList->List[taken * kEntriesPerRecord];
-        e[0] = {kTimestampKey, FileTime(1000 + taken)};
-        e[1] = {{kDataFmtid, 130}, Ui4(value)};
-        e[2] = {{kDataFmtid, 131}, Ui2(static_cast<USHORT>(50 + taken))};
-        ++taken;
-    }
-    s.historyList->Count = taken * kEntriesPerRecord;
-    WdfWaitLockAcquire(s.sampleLock, nullptr);
-    s.retrievalRunning = 0;
-    WdfWaitLockRelease(s.sampleLock);
-    if (!cancelled) {
-        SensorsCxSensorHistoryRetrievalComplete(
-            s.handle, CollectionsListGetMarshalledSizeWithoutSerialization(s.historyList), status);
-    }
-    return 0;
-}
-
-NTSTATUS StartWorker(FakeSensor& s, PSENSOR_COLLECTION_LIST list, ULONG bytes)
-{
-    WdfWaitLockAcquire(s.sampleLock, nullptr);
-    if (s.retrievalRunning != 0) {
-        WdfWaitLockRelease(s.sampleLock);
-        return STATUS_DEVICE_BUSY;
-    }
-    if (s.worker != nullptr)
-        CloseHandle(std::exchange(s.worker, nullptr));
-    s.historyList = list;
-    s.historyBytes = bytes;
-    s.worker = CreateThread(nullptr, 0, HistoryWorker, &s, 0, nullptr);
-    const bool started = s.worker != nullptr;
-    if (started)
-        s.retrievalRunning = 1;
-    WdfWaitLockRelease(s.sampleLock);
-    return started ? STATUS_SUCCESS : STATUS_UNSUCCESSFUL;
-}
-
-NTSTATUS CancelWorker(FakeSensor& s, ULONG* written)
-{
-    *written = 0;
-    WdfWaitLockAcquire(s.sampleLock, nullptr);
-    const ULONG running = s.retrievalRunning;
-    WdfWaitLockRelease(s.sampleLock);
-    if (running == 0)
-        return STATUS_HISTORY_RETRIEVAL_NOT_RUNNING;
-    SetEvent(s.cancelEvent);
-    if (WaitForSingleObjectEx(s.worker, 20, FALSE) != WAIT_OBJECT_0)
-        return STATUS_DEVICE_BUSY;
-    *written = CollectionsListGetMarshalledSizeWithoutSerialization(s.historyList);
-    return STATUS_SUCCESS;
-}
-
-// Accepts one retrieval at a time; the test completes it with CompleteHistory,
-// or a worker does (historyWorker).
+// Accepts one retrieval at a time; the test completes it with CompleteHistory.
 NTSTATUS EvtStartHistoryRetrieval(SENSOROBJECT h, PSENSOR_COLLECTION_LIST list, ULONG bytes)
 {
     FakeSensor* s = Own(h);
@@ -186,8 +111,6 @@ NTSTATUS EvtStartHistoryRetrieval(SENSOROBJECT h, PSENSOR_COLLECTION_LIST list, 
         return STATUS_INVALID_PARAMETER;
     if (bytes < 8 + kEntriesPerRecord * sizeof(SENSOR_VALUE_PAIR))
         return STATUS_BUFFER_TOO_SMALL;
-    if (FakeDriver().historyWorker)
-        return StartWorker(*s, list, bytes);
     if (s->historyList != nullptr)
         return STATUS_DEVICE_BUSY;
     s->historyList = list;
@@ -199,8 +122,6 @@ NTSTATUS EvtCancelHistoryRetrieval(SENSOROBJECT h, ULONG* written)
     FakeSensor* s = Own(h);
     if (s == nullptr || written == nullptr)
         return STATUS_INVALID_PARAMETER;
-    if (FakeDriver().historyWorker)
-        return CancelWorker(*s, written);
     if (s->historyList == nullptr)
         return *written = 0, STATUS_INVALID_DEVICE_STATE;
     *written = CollectionsListGetMarshalledSizeWithoutSerialization(std::exchange(s->historyList, nullptr));
@@ -237,20 +158,6 @@ NTSTATUS FakeDeviceAdd(WDFDRIVER, PWDFDEVICE_INIT init)
         if (!NT_SUCCESS(status))
             break;
         FakeSensorContext(s.handle)->sensor = &s;
-        if (c.historyWorker) {
-            s.cancelEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-            WDF_OBJECT_ATTRIBUTES lockAttributes;
-            WDF_OBJECT_ATTRIBUTES_INIT(&lockAttributes);
-            lockAttributes.ParentObject = device;
-            if (s.cancelEvent == nullptr)
-                status = STATUS_INSUFFICIENT_RESOURCES;
-            if (NT_SUCCESS(status))
-                status = WdfWaitLockCreate(&lockAttributes, &s.sampleLock);
-            if (NT_SUCCESS(status))
-                status = WdfWaitLockCreate(&lockAttributes, &s.bufferLock);
-            if (!NT_SUCCESS(status))
-                break;
-        }
         SENSOR_CONFIG sensorConfig{sizeof(SENSOR_CONFIG), s.enumeration.get()};
         if (c.initializeCount < 0 || i < c.initializeCount)
             status = SensorsCxSensorInitialize(s.handle, &sensorConfig);
@@ -297,21 +204,8 @@ void FakeSensor::CompleteHistory(ULONG records, ULONG shortBy, int times)
         SensorsCxSensorHistoryRetrievalComplete(handle, size, STATUS_SUCCESS);
 }
 
-FakeSensor::~FakeSensor()
-{
-    if (worker != nullptr)
-        CloseHandle(worker);
-    if (cancelEvent != nullptr)
-        CloseHandle(cancelEvent);
-}
-
 NTSTATUS FakeSensor::Deliver(ULONG value, float reading)
 {
-    if (bufferLock != nullptr) {
-        WdfWaitLockAcquire(bufferLock, nullptr);
-        ring.push_back(value);
-        WdfWaitLockRelease(bufferLock);
-    }
     data.get()->List[1].Value.ulVal = value;
     data.get()->List[2].Value.fltVal = reading;
     return SensorsCxSensorDataReady(handle, data.get());

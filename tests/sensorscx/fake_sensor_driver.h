@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -89,7 +88,6 @@ struct Misbehaviour {
 
 struct FakeSensor {
     FakeSensor();
-    ~FakeSensor();
     FakeSensor(const FakeSensor&) = delete;
     FakeSensor& operator=(const FakeSensor&) = delete;
 
@@ -102,17 +100,6 @@ struct FakeSensor {
     std::atomic<int> starts{0};
     ULONG intervalMs = 100;
     PSENSOR_COLLECTION_LIST historyList = nullptr;  // the accepted retrieval's buffer
-
-    // With FakeDriverConfig::historyWorker: a retrieval drains `ring` on a
-    // worker thread of its own, polling `cancelEvent` before each record, the
-    // way a history sensor does. Deliver() also records into the ring.
-    HANDLE cancelEvent = nullptr;  // auto-reset
-    HANDLE worker = nullptr;       // the last worker started
-    WDFWAITLOCK sampleLock = nullptr;  // retrievalRunning, worker
-    WDFWAITLOCK bufferLock = nullptr;  // ring
-    ULONG retrievalRunning = 0;
-    ULONG historyBytes = 0;
-    std::deque<ULONG> ring;
 
     // Writes `records` records of 3 entries and reports completion `times`
     // times with the size written less `shortBy`.
@@ -127,7 +114,6 @@ struct FakeDriverConfig {
     bool nullStart = false;    // EvtSensorStart left null
     ULONG configSize = sizeof(SENSOR_CONTROLLER_CONFIG);
     bool skipInitConfig = false;
-    bool historyWorker = false;  // retrievals run on worker threads (see FakeSensor)
 };
 
 // The fake driver's module entry, for tests that drive a host of their own.

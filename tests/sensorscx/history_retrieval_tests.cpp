@@ -1,6 +1,6 @@
-// History retrieval and samples completed on another thread while the client
-// waits, on a real-time host (waits use a generous real-time limit and never
-// assert on time), and a retrieval worker held by the deterministic host.
+// History retrieval completed on another thread while the client waits, on a
+// real-time host (waits use a generous real-time limit and never assert on
+// time), and the completions a driver must not make.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -19,26 +19,6 @@ class HistoryRetrievalTest : public StartedDriverTest {
 protected:
     HistoryRetrievalTest() { mode_ = framework::ClockMode::RealTime; }
 };
-
-TEST_F(HistoryRetrievalTest, CompletionCarriesTheRecordsAndASecondStartMeanwhileIsRefused)
-{
-    SampleQueue queue(TheClient());
-    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 5 * kRecordBytes).status, STATUS_SUCCESS);
-    EXPECT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 2 * kRecordBytes).status, STATUS_DEVICE_BUSY);
-    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value());
-    std::thread worker([this] {
-        Sensor(1).Deliver(3, 3);
-        Sensor(0).CompleteHistory(2);
-    });
-    const auto completion = TheClient().WaitHistoryRetrieval(0, kPatience);
-    worker.join();
-    ASSERT_TRUE(completion.has_value());
-    EXPECT_EQ(completion->status, STATUS_SUCCESS);
-    EXPECT_EQ(completion->size, 8 + 2 * kRecordBytes);
-    ASSERT_EQ(completion->list.Count(), 6u);
-    EXPECT_EQ(completion->list[5].Value.uiVal, 51);
-    EXPECT_EQ(queue.Drain().at(0).values[1].Value.ulVal, 3u);
-}
 
 TEST_F(HistoryRetrievalTest, CancelAndRefusedStartsLeaveNoRetrieval)
 {
@@ -93,39 +73,6 @@ TEST_F(HistoryRetrievalTest, FailedCompletionEndsTheRetrievalBeforeTheNextStart)
     ASSERT_TRUE(completion.has_value());
     EXPECT_EQ(completion->list.Count(), 3u);
     EXPECT_EQ(TakeViolations(), std::vector<ViolationKind>{});
-}
-
-// On a deterministic host, with a worker thread per retrieval: a worker held
-// before its completion is reached by holding it, not by racing it.
-class HeldWorkerTest : public StartedDriverTest {
-protected:
-    void SetUp() override
-    {
-        LedgerTest::SetUp();
-        FakeDriver() = FakeDriverConfig{};
-        FakeDriver().sensorCount = 1;
-        FakeDriver().historyWorker = true;
-        FakeSensors().clear();
-        host_ = std::make_unique<framework::DriverHost>(framework::ClockMode::Deterministic, FILETIME{0, 0x01DC0000});
-        Start();
-    }
-};
-
-TEST_F(HeldWorkerTest, WorkerHeldBeforeItsCompletionLetsTheRingGrowMeanwhile)
-{
-    Sensor(0).Deliver(1, 0);
-    host_->HoldThreadAt(FaultPoint::SensorsCxHistoryRetrievalComplete);
-    ASSERT_EQ(TheClient().StartHistoryRetrieval(0, 8 + 3 * kRecordBytes).status, STATUS_SUCCESS);
-    EXPECT_FALSE(TheClient().WaitHistoryRetrieval(0, 0ms).has_value()) << "held before completing";
-    Sensor(0).Deliver(2, 0);
-    // It has already left the running state: a new start is accepted by the
-    // driver only once the host has seen the completion.
-    ASSERT_TRUE(host_->ReleaseThread(host_->Threads().back().handle));
-    const auto completion = TheClient().WaitHistoryRetrieval(0, 0ms);
-    ASSERT_TRUE(completion.has_value());
-    EXPECT_EQ(completion->status, STATUS_SUCCESS);
-    EXPECT_EQ(completion->list.Count(), 3u);
-    EXPECT_EQ(Sensor(0).ring.size(), 1u);
 }
 
 }  // namespace

@@ -50,6 +50,7 @@ std::vector<std::uint8_t> ReadDescriptor(const std::string& path)
     return bytes;
 }
 
+// Names the goldens of the real descriptors do not show.
 TEST(UsageNames, NamesComeFromTheTablesAndUnknownOnesAreEmpty)
 {
     const struct {
@@ -57,24 +58,12 @@ TEST(UsageNames, NamesComeFromTheTablesAndUnknownOnesAreEmpty)
         USAGE usage;
         const char* name;
     } cases[] = {
-        {0x20, 0x0073, "Motion: Accelerometer 3D"},
-        {0x20, 0x0032, "Environmental: Humidity"},
-        {0x20, 0x0453, "Acceleration Axis X"},
-        {0x20, 0x04D1, "Illuminance"},
-        {0x20, 0x04B1, "Human Presence"},
-        {0x20, 0x0840, "Reporting State: Report No Events"},
-        {0x20, 0x0851, "Power State: D0 Full Power"},
-        {0x20, 0x0801, "Sensor State: Ready"},
-        {0x20, 0x0813, "Sensor Event: Data Updated"},
-        {0x20, 0x1433, "Relative Humidity [Change Sensitivity Absolute]"},
         {0x20, 0x2544, "Custom Value 1 [Maximum]"},
         {0x20, 0x355F, "Custom Value 28 [Minimum]"},
         {0x20, 0x4452, "Acceleration [Accuracy]"},
         {0x20, 0x5452, "Acceleration [Resolution]"},
         {0x20, 0xE433, "Relative Humidity [Change Sensitivity Relative Percent]"},
-        {0x20, 0xF410, "Vendor-defined 0xF410"},
         {0x20, 0x0FFE, ""},
-        {0x01, 0x0030, "X"},
         {0x07, 0x0004, "Keyboard a"},
         {0x07, 0x0027, "Keyboard 0"},
         {0x07, 0x0045, "Keyboard F12"},
@@ -110,8 +99,6 @@ TEST(ItemValues, UnitsExponentsAndFlagsAreDecoded)
     EXPECT_EQ(UnitExponent(0x07), 7);
     EXPECT_EQ(UnitExponent(0x08), -8);
     EXPECT_EQ(MainItemFlags(0x02, false), "Data,Var,Abs");
-    EXPECT_EQ(MainItemFlags(0x03, false), "Cnst,Var,Abs");
-    EXPECT_EQ(MainItemFlags(0x00, false), "Data,Arr,Abs");
     EXPECT_EQ(MainItemFlags(0x1FE, true), "Data,Var,Rel,Wrap,NLin,NPrf,Null,Vol,Buf");
     EXPECT_EQ(MainItemFlags(0x82, false), "Data,Var,Abs");
 }
@@ -197,31 +184,10 @@ TEST(ReportLayout, PaddingAndSharedReportIdsArePlaced)
     EXPECT_EQ(layout.collections[1][0].fields[0].bitOffset, 32u);
 }
 
-
-
-
-TEST(Inspect, ItemsListEveryItemWithItsOffset)
+// Whole listings are pinned by the goldens of the real descriptors.
+TEST(Inspect, ItemsOfABrokenDescriptorStopAtTheBreakAndNameItsOffset)
 {
     std::string out, err;
-    const std::string path = WriteTemp("items.hex", "05 20 09 73 A1 00 0A 53 04 16 01 80 26 FF 7F 75 10 95 01 55 0E "
-                                                    "65 00 81 02 C0");
-    ASSERT_EQ(Inspect({"--items", path}, out, err), 0) << err;
-    const char* lines[] = {
-        "     0  05 20             Usage Page (Sensors)\n",
-        "     2  09 73             Usage (Motion: Accelerometer 3D)\n",
-        "     4  a1 00             Collection (Physical)\n",
-        "     6  0a 53 04            Usage (Acceleration Axis X)\n",
-        "     9  16 01 80            Logical Minimum (-32767)\n",
-        "    15  75 10               Report Size (16)\n",
-        "    19  55 0e               Unit Exponent (-2)\n",
-        "    21  65 00               Unit (None)\n",
-        "    23  81 02               Input (Data,Var,Abs)\n",
-        "    25  c0                End Collection\n",
-    };
-    for (const char* line : lines) EXPECT_NE(out.find(line), std::string::npos) << line << out;
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 13);  // a heading, 12 items
-
-    // A broken descriptor: the items up to the break, then its offset.
     ASSERT_EQ(Inspect({"--items", WriteTemp("items_cut.hex", "05 20 09 01 A1 01 26 FF")}, out, err), 2);
     EXPECT_NE(out.find("     4  a1 01             Collection (Application)"), std::string::npos) << out;
     EXPECT_NE(err.find("byte offset 6"), std::string::npos) << err;
