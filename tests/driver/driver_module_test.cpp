@@ -218,12 +218,76 @@ TEST(DriverModule, CallbacksOnADeviceWithoutContextFail)
 
 // ---- trampolines ----
 
+// Records the operation called and its arguments, and answers with a status
+// of its own per operation.
+class ProbeSensor final : public HidSensor {
+public:
+    using HidSensor::HidSensor;
+
+    std::string op;
+    SENSOROBJECT handle = nullptr;
+    std::uintptr_t args[4] = {};
+
+    NTSTATUS Record(const char* name, SENSOROBJECT sensor, std::uintptr_t a = 0, std::uintptr_t b = 0,
+                    std::uintptr_t c = 0, std::uintptr_t d = 0)
+    {
+        op = name;
+        handle = sensor;
+        args[0] = a, args[1] = b, args[2] = c, args[3] = d;
+        return static_cast<NTSTATUS>(0x20000000u + static_cast<unsigned>(op.size()));
+    }
+    static std::uintptr_t P(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
+
+    NTSTATUS Start(SENSOROBJECT s) override { return Record("Start", s); }
+    NTSTATUS Stop(SENSOROBJECT s) override { return Record("Stop", s); }
+    NTSTATUS GetSupportedDataFields(SENSOROBJECT s, PSENSOR_PROPERTY_LIST f, ULONG* size) override
+    {
+        return Record("GetSupportedDataFields", s, P(f), P(size));
+    }
+    NTSTATUS GetProperties(SENSOROBJECT s, PSENSOR_COLLECTION_LIST p, ULONG* size) override
+    {
+        return Record("GetProperties", s, P(p), P(size));
+    }
+    NTSTATUS GetDataFieldProperties(SENSOROBJECT s, const PROPERTYKEY* k, PSENSOR_COLLECTION_LIST p,
+                                    ULONG* size) override
+    {
+        return Record("GetDataFieldProperties", s, P(k), P(p), P(size));
+    }
+    NTSTATUS GetDataInterval(SENSOROBJECT s, ULONG* ms) override { return Record("GetDataInterval", s, P(ms)); }
+    NTSTATUS SetDataInterval(SENSOROBJECT s, ULONG ms) override { return Record("SetDataInterval", s, ms); }
+    NTSTATUS GetDataThresholds(SENSOROBJECT s, PSENSOR_COLLECTION_LIST t, ULONG* size) override
+    {
+        return Record("GetDataThresholds", s, P(t), P(size));
+    }
+    NTSTATUS SetDataThresholds(SENSOROBJECT s, PSENSOR_COLLECTION_LIST t) override
+    {
+        return Record("SetDataThresholds", s, P(t));
+    }
+    NTSTATUS DeviceIoControl(SENSOROBJECT s, WDFREQUEST r, SIZE_T out, SIZE_T in, ULONG code) override
+    {
+        return Record("DeviceIoControl", s, P(r), out, in, code);
+    }
+    NTSTATUS StartHistory(SENSOROBJECT s) override { return Record("StartHistory", s); }
+    NTSTATUS StopHistory(SENSOROBJECT s) override { return Record("StopHistory", s); }
+    NTSTATUS ClearHistory(SENSOROBJECT s) override { return Record("ClearHistory", s); }
+    NTSTATUS StartHistoryRetrieval(SENSOROBJECT s, PSENSOR_COLLECTION_LIST b, ULONG bytes) override
+    {
+        return Record("StartHistoryRetrieval", s, P(b), bytes);
+    }
+    NTSTATUS CancelHistoryRetrieval(SENSOROBJECT s, ULONG* written) override
+    {
+        return Record("CancelHistoryRetrieval", s, P(written));
+    }
+};
+
 struct Trampoline {
     const char* op;
     std::function<NTSTATUS(SENSOROBJECT)> call;
+    std::uintptr_t args[4];
 };
 
-// Fake pointers: a trampoline without a sensor must fail before using them.
+// Distinct fake pointers: the trampolines pass them on untouched and never
+// dereference them.
 auto* const kFields = reinterpret_cast<PSENSOR_PROPERTY_LIST>(0x1000);
 auto* const kList = reinterpret_cast<PSENSOR_COLLECTION_LIST>(0x2000);
 auto* const kSize = reinterpret_cast<ULONG*>(0x3000);
@@ -232,22 +296,30 @@ auto* const kRequest = reinterpret_cast<WDFREQUEST>(0x5000);
 
 std::vector<Trampoline> Trampolines()
 {
+    using P = ProbeSensor;
     return {
-        {"Start", [](SENSOROBJECT s) { return OnStart(s); }},
-        {"Stop", [](SENSOROBJECT s) { return OnStop(s); }},
-        {"GetSupportedDataFields", [](SENSOROBJECT s) { return OnGetSupportedDataFields(s, kFields, kSize); }},
-        {"GetDataFieldProperties", [](SENSOROBJECT s) { return OnGetDataFieldProperties(s, kKey, kList, kSize); }},
-        {"GetDataInterval", [](SENSOROBJECT s) { return OnGetDataInterval(s, kSize); }},
-        {"SetDataInterval", [](SENSOROBJECT s) { return OnSetDataInterval(s, 250); }},
-        {"GetDataThresholds", [](SENSOROBJECT s) { return OnGetDataThresholds(s, kList, kSize); }},
-        {"SetDataThresholds", [](SENSOROBJECT s) { return OnSetDataThresholds(s, kList); }},
-        {"GetProperties", [](SENSOROBJECT s) { return OnGetProperties(s, kList, kSize); }},
-        {"DeviceIoControl", [](SENSOROBJECT s) { return OnDeviceIoControl(s, kRequest, 16, 8, 0x220003); }},
-        {"StartHistory", [](SENSOROBJECT s) { return OnStartHistory(s); }},
-        {"StopHistory", [](SENSOROBJECT s) { return OnStopHistory(s); }},
-        {"ClearHistory", [](SENSOROBJECT s) { return OnClearHistory(s); }},
-        {"StartHistoryRetrieval", [](SENSOROBJECT s) { return OnStartHistoryRetrieval(s, kList, 4096); }},
-        {"CancelHistoryRetrieval", [](SENSOROBJECT s) { return OnCancelHistoryRetrieval(s, kSize); }},
+        {"Start", [](SENSOROBJECT s) { return OnStart(s); }, {}},
+        {"Stop", [](SENSOROBJECT s) { return OnStop(s); }, {}},
+        {"GetSupportedDataFields", [](SENSOROBJECT s) { return OnGetSupportedDataFields(s, kFields, kSize); },
+         {P::P(kFields), P::P(kSize)}},
+        {"GetDataFieldProperties", [](SENSOROBJECT s) { return OnGetDataFieldProperties(s, kKey, kList, kSize); },
+         {P::P(kKey), P::P(kList), P::P(kSize)}},
+        {"GetDataInterval", [](SENSOROBJECT s) { return OnGetDataInterval(s, kSize); }, {P::P(kSize)}},
+        {"SetDataInterval", [](SENSOROBJECT s) { return OnSetDataInterval(s, 250); }, {250}},
+        {"GetDataThresholds", [](SENSOROBJECT s) { return OnGetDataThresholds(s, kList, kSize); },
+         {P::P(kList), P::P(kSize)}},
+        {"SetDataThresholds", [](SENSOROBJECT s) { return OnSetDataThresholds(s, kList); }, {P::P(kList)}},
+        {"GetProperties", [](SENSOROBJECT s) { return OnGetProperties(s, kList, kSize); },
+         {P::P(kList), P::P(kSize)}},
+        {"DeviceIoControl", [](SENSOROBJECT s) { return OnDeviceIoControl(s, kRequest, 16, 8, 0x220003); },
+         {P::P(kRequest), 16, 8, 0x220003}},
+        {"StartHistory", [](SENSOROBJECT s) { return OnStartHistory(s); }, {}},
+        {"StopHistory", [](SENSOROBJECT s) { return OnStopHistory(s); }, {}},
+        {"ClearHistory", [](SENSOROBJECT s) { return OnClearHistory(s); }, {}},
+        {"StartHistoryRetrieval", [](SENSOROBJECT s) { return OnStartHistoryRetrieval(s, kList, 4096); },
+         {P::P(kList), 4096}},
+        {"CancelHistoryRetrieval", [](SENSOROBJECT s) { return OnCancelHistoryRetrieval(s, kSize); },
+         {P::P(kSize)}},
     };
 }
 
@@ -260,6 +332,49 @@ SENSOROBJECT CreateSensorObject(WDFDEVICE device, bool withContext)
     SENSOROBJECT sensor = nullptr;
     EXPECT_EQ(SensorsCxSensorCreate(device, &attributes, &sensor), STATUS_SUCCESS);
     return sensor;
+}
+
+TEST(SensorCallbacks, TheConfigurationListsEveryTrampolineInFieldOrder)
+{
+    const SENSOR_CONTROLLER_CONFIG config = SensorControllerConfig();
+    EXPECT_EQ(config.Size, 136u);
+    EXPECT_EQ(config.DriverIsPowerPolicyOwner, WdfTrue);
+    const void* expected[] = {
+        reinterpret_cast<const void*>(OnStart), reinterpret_cast<const void*>(OnStop),
+        reinterpret_cast<const void*>(OnGetSupportedDataFields), reinterpret_cast<const void*>(OnGetDataFieldProperties),
+        reinterpret_cast<const void*>(OnGetDataInterval), reinterpret_cast<const void*>(OnSetDataInterval),
+        reinterpret_cast<const void*>(OnGetDataThresholds), reinterpret_cast<const void*>(OnSetDataThresholds),
+        reinterpret_cast<const void*>(OnGetProperties), reinterpret_cast<const void*>(OnDeviceIoControl),
+        reinterpret_cast<const void*>(OnStartHistory), reinterpret_cast<const void*>(OnStopHistory),
+        reinterpret_cast<const void*>(OnClearHistory), reinterpret_cast<const void*>(OnStartHistoryRetrieval),
+        reinterpret_cast<const void*>(OnCancelHistoryRetrieval)};
+    const void* const* slots = reinterpret_cast<const void* const*>(&config.EvtSensorStart);
+    for (std::size_t i = 0; i < std::size(expected); ++i)
+        EXPECT_EQ(slots[i], expected[i]) << "slot " << i;
+    EXPECT_EQ(config.EvtSensorSetBatchLatency, nullptr);
+}
+
+TEST(SensorCallbacks, EachReachesItsOperationWithTheHandleAndArgumentsUnchanged)
+{
+    ModuleBed bed(AccelerometerDevice());
+    ASSERT_EQ(bed.StartAll(), STATUS_SUCCESS);
+    WDFDEVICE device = bed.Host().Device();
+    ProbeSensor probe(device, nullptr, 0, 0xE1, 0, 0, u"", u"", u"", u"probe");
+    ASSERT_TRUE(probe.IsValid());
+    SENSOROBJECT sensor = CreateSensorObject(device, true);
+    GetSensorInstanceExtension(sensor)->Sensor = &probe;
+
+    for (const Trampoline& trampoline : Trampolines()) {
+        SCOPED_TRACE(trampoline.op);
+        probe.op.clear();
+        const NTSTATUS status = trampoline.call(sensor);
+        EXPECT_EQ(probe.op, trampoline.op);
+        EXPECT_EQ(probe.handle, sensor);
+        EXPECT_EQ(status, static_cast<NTSTATUS>(0x20000000u + std::string(trampoline.op).size()));
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(probe.args[i], trampoline.args[i]) << "argument " << i;
+    }
+    WdfObjectDelete(sensor);
 }
 
 TEST(SensorCallbacks, AHandleWithoutASensorObjectFailsAndCallsNothing)

@@ -1,9 +1,11 @@
 // Value scaling: exact results for the documented cases and a read/write round trip.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "feature/value_scaling.h"
 
@@ -49,16 +51,47 @@ TEST(SignExtendLogical, EightSixteenAndThirtyTwoBitRules)
 TEST(ScaleToFloat, FactorIsRoundedToSinglePrecision)
 {
     // 10^-2 as a float, widened: 0.009999999776482582.
+    EXPECT_EQ(ScaleToFloat(0, 1234, 1234, -2), 1234 * static_cast<double>(0.01f));
     EXPECT_EQ(ScaleToFloat(0, 1234, 1234, -2), 12.339999724179506);
     EXPECT_EQ(static_cast<float>(ScaleToFloat(0, 1234, 1234, -2)), 12.34f);
     EXPECT_EQ(ScaleToFloat(0, 0xFFFFFFFF, -1, 0), 4294967295.0);
     EXPECT_EQ(ScaleToFloat(-128, 0xFB, -5, 0), -5.0);
     EXPECT_EQ(ScaleToFloat(-128, 0xFB, -5, 1), -50.0);
     EXPECT_EQ(ScaleToFloat(5, 3, 3, 0), 3.0);  // signed value is used when LogicalMin != 0
-    // Exponents past single precision: the factor is 0 or infinite, never undefined.
-    EXPECT_EQ(ScaleToFloat(0, 1234, 1234, INT32_MIN), 0.0);
-    EXPECT_EQ(ScaleToFloat(0, 1, 1, 39), HUGE_VAL);
-    EXPECT_EQ(ScaleToFloat(0, 1, 1, INT32_MAX), HUGE_VAL);
+}
+
+// The factor the scaling is defined by, computed the long way.
+double ReferenceScale(LONG logicalMin, ULONG raw, LONG signedValue, LONG exponent)
+{
+    const double factor = static_cast<float>(std::pow(10.0, exponent));
+    return (logicalMin == 0 ? static_cast<double>(raw) : static_cast<double>(signedValue)) * factor;
+}
+
+TEST(ScaleToFloat, SameBitsAsRoundingPowForEveryExponent)
+{
+    std::vector<LONG> exponents;
+    for (LONG code = -40; code <= 300; ++code) {  // every unit-exponent code, decoded, and beyond
+        LONG exponent = code;
+        DecodeUnitExponent(exponent);
+        exponents.push_back(exponent);
+        exponents.push_back(code);
+    }
+    for (const LONG extreme : {INT32_MIN, INT32_MIN + 1, INT32_MAX - 8, INT32_MAX, -309, 309})
+        exponents.push_back(extreme);
+    const struct {
+        LONG logicalMin;
+        ULONG raw;
+        LONG signedValue;
+    } values[] = {{0, 0, 0},          {0, 1, 1},       {0, 1234, 1234}, {0, 0xFFFFFFFF, -1},
+                  {-128, 0xCE, -50},  {-1, 0x7FFF, 0x7FFF}, {1, 0x80000000u, INT32_MIN}, {0, 0x00FFFFFF, 0x00FFFFFF}};
+    for (const LONG exponent : exponents) {
+        for (const auto& v : values) {
+            const double expected = ReferenceScale(v.logicalMin, v.raw, v.signedValue, exponent);
+            const double actual = ScaleToFloat(v.logicalMin, v.raw, v.signedValue, exponent);
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(actual), std::bit_cast<std::uint64_t>(expected))
+                << "exponent " << exponent << ", raw " << v.raw;
+        }
+    }
 }
 
 TEST(ScaleToInteger, TruncatedFactorAndWrap)
